@@ -1,0 +1,2 @@
+// The sparse direct solver phases on UMFPACK: see pardiso.h.
+#include "platform/pardiso.h"

@@ -1,0 +1,31 @@
+// Our stand-ins for the vendor's sparse BLAS: CSR product and triangular solve, one-based CSR.
+// Same argument lists and meaning as the vendor routines; only what the library passes is
+// supported (see sparse_blas.cpp), anything else is a contract failure.
+#pragma once
+
+extern "C" {
+
+// A complex value as the vendor routines take it: real part first.
+struct PlatformComplex16 {
+    double real;
+    double imag;
+};
+
+// y := alpha op(A) x + beta y. transa "n" or "t" (plain transpose); matdescra "g??f??" (general,
+// one-based); A in three-array CSR: val, indx (columns), pntrb/pntre (row start/end), one-based.
+void mkl_dcsrmv(const char* transa, const int* m, const int* k, const double* alpha,
+                const char* matdescra, const double* val, const int* indx, const int* pntrb,
+                const int* pntre, const double* x, const double* beta, double* y);
+void mkl_zcsrmv(const char* transa, const int* m, const int* k, const PlatformComplex16* alpha,
+                const char* matdescra, const PlatformComplex16* val, const int* indx,
+                const int* pntrb, const int* pntre, const PlatformComplex16* x,
+                const PlatformComplex16* beta, PlatformComplex16* y);
+
+// Solves op(T) y = x, T the "l" or "u" triangle of A (one-based CSR a, ia (m+1 pointers), ja),
+// diag "n": the stored diagonal is used. transa "n" or "t" (plain transpose).
+void mkl_dcsrtrsv(const char* uplo, const char* transa, const char* diag, const int* m,
+                  const double* a, const int* ia, const int* ja, const double* x, double* y);
+void mkl_zcsrtrsv(const char* uplo, const char* transa, const char* diag, const int* m,
+                  const PlatformComplex16* a, const int* ia, const int* ja,
+                  const PlatformComplex16* x, PlatformComplex16* y);
+}
