@@ -12,51 +12,7 @@ namespace {
 
 using directtest::Cplx;
 using directtest::Csr;
-
-// The parameter block of one factorisation, set up as the library's direct solve does.
-template <class S>
-struct Layer {
-    explicit Layer(Csr<S>& matrix) : m(matrix)
-    {
-        mtype = directtest::dataTypeOf<S>() == LIN_REAL ? 11 : 13;
-        n = m.n;
-        iparm[0] = 1;
-        iparm[1] = 2;
-        iparm[7] = 2;
-        iparm[9] = 13;
-        iparm[10] = 1;
-        iparm[12] = 1;
-        iparm[17] = -1;
-        iparm[18] = -1;
-    }
-    ~Layer() { call(-1); }
-    int call(int phase, S* b = nullptr, S* x = nullptr)
-    {
-        int error = 12345;
-        pardiso_(pt, &maxfct, &mnum, &mtype, &phase, &n, m.a.data(), ia(), ja(), &perm, &nrhs,
-                 iparm, &msglvl, b, x, &error);
-        return error;
-    }
-    // Phases 11, 22 and 33 on b; the first non-zero error code, else 0.
-    int solve(const std::vector<S>& b, std::vector<S>& x)
-    {
-        std::vector<S> bc = b;
-        x.assign(static_cast<size_t>(m.n) * nrhs, S{});
-        for (int phase : {11, 22, 33}) {
-            const int e = call(phase, bc.data(), x.data());
-            if (e != 0) return e;
-        }
-        return 0;
-    }
-    const int* ia() const { return iaOwn.empty() ? m.ia.data() : iaOwn.data(); }
-    const int* ja() const { return jaOwn.empty() ? m.ja.data() : jaOwn.data(); }
-
-    Csr<S>& m;
-    void* pt[64] = {};
-    int iparm[64] = {};
-    int maxfct = 1, mnum = 1, mtype = 0, n = 0, perm = 0, nrhs = 1, msglvl = 0;
-    std::vector<int> iaOwn, jaOwn;  // replacement index arrays, when set
-};
+using directtest::Layer;
 
 template <class S>
 class PardisoLayer : public testing::Test {};
