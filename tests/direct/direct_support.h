@@ -19,15 +19,13 @@ namespace directtest {
 
 using Cplx = std::complex<double>;
 
-template <class S>
-constexpr int dataTypeOf()
+template <class S> constexpr int dataTypeOf()
 {
     return std::is_same<S, double>::value ? LIN_REAL : LIN_COMP;
 }
 
 // One-based CSR matrix with ascending columns, built from (row, col, value) triplets.
-template <class S>
-struct Csr {
+template <class S> struct Csr {
     int n = 0;
     std::vector<int> ia, ja;
     std::vector<S> a;
@@ -36,15 +34,20 @@ struct Csr {
     // A ComLinMat record that points into this matrix (no ownership).
     ComLinMat mat()
     {
-        return ComLinMat{MAT_CSR, n, nnz(), ia.data(), ja.data(), dataTypeOf<S>(),
-                         dataTypeOf<S>() == LIN_REAL ? reinterpret_cast<double*>(a.data()) : nullptr,
-                         dataTypeOf<S>() == LIN_COMP ? reinterpret_cast<double*>(a.data()) : nullptr};
+        return ComLinMat{
+            MAT_CSR,
+            n,
+            nnz(),
+            ia.data(),
+            ja.data(),
+            dataTypeOf<S>(),
+            dataTypeOf<S>() == LIN_REAL ? reinterpret_cast<double*>(a.data()) : nullptr,
+            dataTypeOf<S>() == LIN_COMP ? reinterpret_cast<double*>(a.data()) : nullptr};
     }
 };
 
 // Entries at the same place are summed; entries given as explicit zeros are stored.
-template <class S>
-Csr<S> fromTriplets(int n, std::vector<std::tuple<int, int, S>> t)
+template <class S> Csr<S> fromTriplets(int n, std::vector<std::tuple<int, int, S>> t)
 {
     std::sort(t.begin(), t.end(), [](const auto& x, const auto& y) {
         return std::tie(std::get<0>(x), std::get<1>(x)) < std::tie(std::get<0>(y), std::get<1>(y));
@@ -63,26 +66,27 @@ Csr<S> fromTriplets(int n, std::vector<std::tuple<int, int, S>> t)
         ++m.ia[i + 1];
     }
     m.ia[0] = 1;
-    for (int i = 0; i < n; ++i) m.ia[i + 1] += m.ia[i];
+    for (int i = 0; i < n; ++i)
+        m.ia[i + 1] += m.ia[i];
     return m;
 }
 
 // y = A x with a plain loop.
-template <class S>
-std::vector<S> multiply(const Csr<S>& m, const std::vector<S>& x)
+template <class S> std::vector<S> multiply(const Csr<S>& m, const std::vector<S>& x)
 {
     std::vector<S> y(m.n, S{});
     for (int i = 0; i < m.n; ++i) {
-        for (int p = m.ia[i] - 1; p < m.ia[i + 1] - 1; ++p) y[i] += m.a[p] * x[m.ja[p] - 1];
+        for (int p = m.ia[i] - 1; p < m.ia[i + 1] - 1; ++p)
+            y[i] += m.a[p] * x[m.ja[p] - 1];
     }
     return y;
 }
 
-template <class S>
-double norm2(const std::vector<S>& v)
+template <class S> double norm2(const std::vector<S>& v)
 {
     double s = 0.0;
-    for (const S& x : v) s += std::norm(x);
+    for (const S& x : v)
+        s += std::norm(x);
     return std::sqrt(s);
 }
 
@@ -91,25 +95,34 @@ template <class S>
 double relResidual(const Csr<S>& m, const std::vector<S>& x, const std::vector<S>& b)
 {
     std::vector<S> r = multiply(m, x);
-    for (int i = 0; i < m.n; ++i) r[i] = b[i] - r[i];
+    for (int i = 0; i < m.n; ++i)
+        r[i] = b[i] - r[i];
     return norm2(r) / norm2(b);
 }
 
 // A scalar of type S from a real and an imaginary part (the latter dropped for double).
-template <class S>
-S scalar(double re, double im);
-template <>
-inline double scalar<double>(double re, double) { return re; }
-template <>
-inline Cplx scalar<Cplx>(double re, double im) { return Cplx(re, im); }
+template <class S> S scalar(double re, double im);
+template <> inline double scalar<double>(double re, double)
+{
+    return re;
+}
+template <> inline Cplx scalar<Cplx>(double re, double im)
+{
+    return Cplx(re, im);
+}
 
-inline double conjOf(double v) { return v; }
-inline Cplx conjOf(Cplx v) { return std::conj(v); }
+inline double conjOf(double v)
+{
+    return v;
+}
+inline Cplx conjOf(Cplx v)
+{
+    return std::conj(v);
+}
 
 // Upwind convection-diffusion on an m x m grid, five points, nonsymmetric; for complex data a
 // shifted Helmholtz-type term with a genuinely complex, non-Hermitian diagonal.
-template <class S>
-std::vector<std::tuple<int, int, S>> convDiff2d(int m, int offset = 0)
+template <class S> std::vector<std::tuple<int, int, S>> convDiff2d(int m, int offset = 0)
 {
     std::vector<std::tuple<int, int, S>> t;
     const double h = 1.0 / (m + 1), cx = 40.0, cy = -25.0;
@@ -118,10 +131,14 @@ std::vector<std::tuple<int, int, S>> convDiff2d(int m, int offset = 0)
             const int i = offset + gy * m + gx;
             const double d = 4.0 / (h * h) + (std::abs(cx) + std::abs(cy)) / h;
             t.emplace_back(i, i, scalar<S>(d, -0.3 * d));
-            if (gx > 0) t.emplace_back(i, i - 1, scalar<S>(-1.0 / (h * h) - std::max(cx, 0.0) / h, 0.1));
-            if (gx + 1 < m) t.emplace_back(i, i + 1, scalar<S>(-1.0 / (h * h) + std::min(cx, 0.0) / h, -0.2));
-            if (gy > 0) t.emplace_back(i, i - m, scalar<S>(-1.0 / (h * h) - std::max(cy, 0.0) / h, 0.05));
-            if (gy + 1 < m) t.emplace_back(i, i + m, scalar<S>(-1.0 / (h * h) + std::min(cy, 0.0) / h, 0.3));
+            if (gx > 0)
+                t.emplace_back(i, i - 1, scalar<S>(-1.0 / (h * h) - std::max(cx, 0.0) / h, 0.1));
+            if (gx + 1 < m)
+                t.emplace_back(i, i + 1, scalar<S>(-1.0 / (h * h) + std::min(cx, 0.0) / h, -0.2));
+            if (gy > 0)
+                t.emplace_back(i, i - m, scalar<S>(-1.0 / (h * h) - std::max(cy, 0.0) / h, 0.05));
+            if (gy + 1 < m)
+                t.emplace_back(i, i + m, scalar<S>(-1.0 / (h * h) + std::min(cy, 0.0) / h, 0.3));
         }
     }
     return t;
@@ -130,8 +147,7 @@ std::vector<std::tuple<int, int, S>> convDiff2d(int m, int offset = 0)
 // Saddle-point system [K B; B^T 0], K convection-diffusion on an m x m grid, B with full column
 // rank and c = m*m/3 columns. The last c diagonal entries are zero: every second one stored as
 // an explicit zero, the others missing. No LU without row exchanges exists in this order.
-template <class S>
-Csr<S> saddlePoint(int m)
+template <class S> Csr<S> saddlePoint(int m)
 {
     const int nk = m * m, nc = nk / 3, n = nk + nc;
     auto t = convDiff2d<S>(m);
@@ -142,60 +158,68 @@ Csr<S> saddlePoint(int m)
         t.emplace_back(c, 3 * j, b1);
         t.emplace_back(3 * j + 1, c, b2);
         t.emplace_back(c, 3 * j + 1, b2);
-        if (j % 2 == 0) t.emplace_back(c, c, S{});
+        if (j % 2 == 0)
+            t.emplace_back(c, c, S{});
     }
     return fromTriplets<S>(n, t);
 }
 
 // A right-hand side with no special structure.
-template <class S>
-std::vector<S> rhs(int n)
+template <class S> std::vector<S> rhs(int n)
 {
     std::vector<S> b(n);
-    for (int i = 0; i < n; ++i) b[i] = scalar<S>(std::sin(0.7 * i + 1.0), std::cos(0.3 * i));
+    for (int i = 0; i < n; ++i)
+        b[i] = scalar<S>(std::sin(0.7 * i + 1.0), std::cos(0.3 * i));
     return b;
 }
 
 // Reads a real or complex coordinate Matrix Market file (general, symmetric, skew-symmetric,
 // hermitian) into CSR; false when the file cannot be read or has another kind.
-template <class S>
-bool readMatrixMarket(const std::string& path, Csr<S>& out)
+template <class S> bool readMatrixMarket(const std::string& path, Csr<S>& out)
 {
     std::ifstream in(path);
     std::string line;
-    if (!std::getline(in, line)) return false;
+    if (!std::getline(in, line))
+        return false;
     std::istringstream banner(line);
     std::string head, object, format, field, symmetry;
     banner >> head >> object >> format >> field >> symmetry;
     const bool complexField = field == "complex";
-    if (format != "coordinate" || complexField != (dataTypeOf<S>() == LIN_COMP)) return false;
+    if (format != "coordinate" || complexField != (dataTypeOf<S>() == LIN_COMP))
+        return false;
     while (std::getline(in, line) && (line.empty() || line[0] == '%')) {
     }
     int rows = 0, cols = 0;
     long nnz = 0;
     std::istringstream(line) >> rows >> cols >> nnz;
-    if (rows != cols || rows <= 0) return false;
+    if (rows != cols || rows <= 0)
+        return false;
     std::vector<std::tuple<int, int, S>> t;
     for (long k = 0; k < nnz; ++k) {
         int i = 0, j = 0;
         double re = 1.0, im = 0.0;
         in >> i >> j;
-        if (field != "pattern") in >> re;
-        if (complexField) in >> im;
-        if (!in) return false;
+        if (field != "pattern")
+            in >> re;
+        if (complexField)
+            in >> im;
+        if (!in)
+            return false;
         const S v = scalar<S>(re, im);
         t.emplace_back(i - 1, j - 1, v);
-        if (i != j && symmetry == "symmetric") t.emplace_back(j - 1, i - 1, v);
-        if (i != j && symmetry == "skew-symmetric") t.emplace_back(j - 1, i - 1, -v);
-        if (i != j && symmetry == "hermitian") t.emplace_back(j - 1, i - 1, conjOf(v));
+        if (i != j && symmetry == "symmetric")
+            t.emplace_back(j - 1, i - 1, v);
+        if (i != j && symmetry == "skew-symmetric")
+            t.emplace_back(j - 1, i - 1, -v);
+        if (i != j && symmetry == "hermitian")
+            t.emplace_back(j - 1, i - 1, conjOf(v));
     }
     out = fromTriplets<S>(rows, t);
     return true;
 }
 
 // The parameter block of one factorisation, set up as the library's direct solve does.
-template <class S>
-struct Layer {
+template <class S> struct Layer {
     explicit Layer(Csr<S>& matrix) : m(matrix)
     {
         mtype = directtest::dataTypeOf<S>() == LIN_REAL ? 11 : 13;
@@ -224,7 +248,8 @@ struct Layer {
         x.assign(static_cast<size_t>(m.n) * nrhs, S{});
         for (int phase : {11, 22, 33}) {
             const int e = call(phase, bc.data(), x.data());
-            if (e != 0) return e;
+            if (e != 0)
+                return e;
         }
         return 0;
     }
@@ -235,7 +260,7 @@ struct Layer {
     void* pt[64] = {};
     int iparm[64] = {};
     int maxfct = 1, mnum = 1, mtype = 0, n = 0, perm = 0, nrhs = 1, msglvl = 0;
-    std::vector<int> iaOwn, jaOwn;  // replacement index arrays, when set
+    std::vector<int> iaOwn, jaOwn; // replacement index arrays, when set
 };
 
-}  // namespace directtest
+} // namespace directtest

@@ -28,8 +28,7 @@ struct Figures {
     int memory = 0, nonzero = 0, mflops = 0, pivots = -1, iterNum = -1;
 };
 
-template <class S>
-Figures figuresOf(Csr<S>& m, const std::vector<S>& b, int iter)
+template <class S> Figures figuresOf(Csr<S>& m, const std::vector<S>& b, int iter)
 {
     Layer<S> l(m);
     l.iparm[7] = iter;
@@ -46,9 +45,8 @@ Figures figuresOf(Csr<S>& m, const std::vector<S>& b, int iter)
     return f;
 }
 
-template <class S>
-class DirectSolve : public testing::Test {
-protected:
+template <class S> class DirectSolve : public testing::Test {
+  protected:
     void SetUp() override
     {
         h = kwiltest::makeHandle(dir);
@@ -111,7 +109,7 @@ TYPED_TEST(DirectSolve, MatrixTypeFollowsDataType)
     using S = TypeParam;
     Csr<S> m = directtest::saddlePoint<S>(10);
     std::vector<S> b = directtest::rhs<S>(m.n), x(m.n);
-    this->opt(OPT_PARDISO_STAT, 1);  // the solver's own statistics name the entry type
+    this->opt(OPT_PARDISO_STAT, 1); // the solver's own statistics name the entry type
     ASSERT_EQ(this->solve(m, b, x), 1);
     const std::string want = directtest::dataTypeOf<S>() == LIN_REAL
                                  ? "    matrix entry defined as:          double"
@@ -144,7 +142,7 @@ TYPED_TEST(DirectSolve, TracesFourLinesAfterTheStartLine)
         EXPECT_EQ(this->out, want);
         EXPECT_TRUE(this->err.empty());
 
-        this->opt(OPT_TRACE, 0);  // the phase traces are trace lines too
+        this->opt(OPT_TRACE, 0); // the phase traces are trace lines too
         ASSERT_EQ(this->solve(m, b, x), 1);
         EXPECT_TRUE(this->out.empty());
 
@@ -177,7 +175,7 @@ TYPED_TEST(DirectSolve, MemoryLimitStopsBeforeTheFactorisation)
         EXPECT_EQ(x, std::vector<S>(m.n, sentinel));
         EXPECT_EQ(comTestLiveAllocs(), live);
     }
-    for (int lim : {memory, 0, -1}) {  // at the limit, and no limit
+    for (int lim : {memory, 0, -1}) { // at the limit, and no limit
         this->opt(OPT_PARDISO_MEM_LIM, lim);
         std::vector<S> x(m.n);
         EXPECT_EQ(this->solve(m, b, x), 1) << lim;
@@ -204,7 +202,7 @@ TYPED_TEST(DirectSolve, SingularMatrixFailsInNumericalFactorization)
                   "KWILERR: PARDISO error in numerical factorization code -4",
                   "KWILERR: PARDISO error: zero pivot, numerical factorization or iterative "
                   "refinement problem"}));
-    ASSERT_EQ(this->out.size(), 3u);  // start, memory, non-zeros: no factorisation line
+    ASSERT_EQ(this->out.size(), 3u); // start, memory, non-zeros: no factorisation line
     EXPECT_EQ(this->out[2].rfind("KWILTRC:  - nonzero ", 0), 0u);
     EXPECT_EQ(comTestLiveAllocs(), live);
 }
@@ -213,14 +211,14 @@ TYPED_TEST(DirectSolve, InconsistentMatrixFailsInSymbolicFactorization)
 {
     using S = TypeParam;
     Csr<S> m = directtest::saddlePoint<S>(3);
-    std::swap(m.ja[0], m.ja[1]);  // columns of the first row out of order
+    std::swap(m.ja[0], m.ja[1]); // columns of the first row out of order
     std::vector<S> b(m.n, S(1)), x(m.n);
     this->opt(OPT_PARDISO_TRACE, 1);
     this->opt(OPT_TRACE, 1);
     EXPECT_EQ(this->solve(m, b, x), 0);
-    EXPECT_EQ(this->err, (std::vector<std::string>{
-                             "KWILERR: PARDISO error in symbolic factorization code -1",
-                             "KWILERR: PARDISO error: input inconsistent"}));
+    EXPECT_EQ(this->err,
+              (std::vector<std::string>{"KWILERR: PARDISO error in symbolic factorization code -1",
+                                        "KWILERR: PARDISO error: input inconsistent"}));
     EXPECT_EQ(this->out, std::vector<std::string>{"KWILTRC: PARDISO iter 2 pivot 13"});
 }
 
@@ -231,8 +229,8 @@ TYPED_TEST(DirectSolve, OutOfMemoryIsReportedByPhase)
     std::vector<S> b = directtest::rhs<S>(m.n), x(m.n);
     const long live = comTestLiveAllocs();
     // The first allocation is the analysis state, the fourth the solve workspace.
-    for (const auto& [k, phase] : {std::pair<long, const char*>{1, "symbolic factorization"},
-                                   {4, "solution"}}) {
+    for (const auto& [k, phase] :
+         {std::pair<long, const char*>{1, "symbolic factorization"}, {4, "solution"}}) {
         comTestFailAlloc(k);
         EXPECT_EQ(this->solve(m, b, x), 0);
         comTestFailAlloc(0);
@@ -265,8 +263,10 @@ TEST(PardisoErr, WritesPhaseCodeAndTextOfEveryCode)
         "read/write problems with the OOC data file",
     };
     std::vector<std::pair<int, std::string>> cases;
-    for (int code = 0; code >= -11; --code) cases.emplace_back(code, texts[-code]);
-    for (int code : {1, 2, -12, -100, INT_MAX, INT_MIN}) cases.emplace_back(code, "unknown");
+    for (int code = 0; code >= -11; --code)
+        cases.emplace_back(code, texts[-code]);
+    for (int code : {1, 2, -12, -100, INT_MAX, INT_MIN})
+        cases.emplace_back(code, "unknown");
     for (const auto& [code, text] : cases) {
         kwiltest::Capture cap;
         EXPECT_EQ(PARDISO_Err(nullptr, "solution", code), 0);
@@ -277,4 +277,4 @@ TEST(PardisoErr, WritesPhaseCodeAndTextOfEveryCode)
     }
 }
 
-}  // namespace
+} // namespace

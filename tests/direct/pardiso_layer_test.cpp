@@ -14,8 +14,8 @@ using directtest::Cplx;
 using directtest::Csr;
 using directtest::Layer;
 
-template <class S>
-class PardisoLayer : public testing::Test {};
+template <class S> class PardisoLayer : public testing::Test {
+};
 using Scalars = testing::Types<double, Cplx>;
 TYPED_TEST_SUITE(PardisoLayer, Scalars);
 
@@ -47,7 +47,7 @@ TEST(PardisoLayerSmall, RealSystemIsSolvedNotItsTranspose)
         3, {{0, 1, 2.0}, {1, 0, 1.0}, {1, 2, 3.0}, {2, 1, 4.0}, {2, 2, 5.0}, {1, 1, 0.0}});
     Layer<double> l(m);
     std::vector<double> x;
-    ASSERT_EQ(l.solve({4.0, 10.0, 23.0}, x), 0);  // A (1, 2, 3)
+    ASSERT_EQ(l.solve({4.0, 10.0, 23.0}, x), 0); // A (1, 2, 3)
     EXPECT_NEAR(x[0], 1.0, 1e-14);
     EXPECT_NEAR(x[1], 2.0, 1e-14);
     EXPECT_NEAR(x[2], 3.0, 1e-14);
@@ -65,7 +65,8 @@ TEST(PardisoLayerSmall, ComplexSystemIsSolvedWithoutConjugation)
     Layer<Cplx> l(m);
     std::vector<Cplx> x;
     ASSERT_EQ(l.solve(b, x), 0);
-    for (int i = 0; i < 3; ++i) EXPECT_LT(std::abs(x[i] - want[i]), 1e-14) << i;
+    for (int i = 0; i < 3; ++i)
+        EXPECT_LT(std::abs(x[i] - want[i]), 1e-14) << i;
 }
 
 TYPED_TEST(PardisoLayer, CombinedPhasesGiveTheSameSolution)
@@ -101,8 +102,10 @@ TYPED_TEST(PardisoLayer, SeveralRightHandSidesAndZeroBasedIndices)
 
     Layer<S> z(m);
     z.iparm[34] = 1;
-    for (int v : m.ia) z.iaOwn.push_back(v - 1);
-    for (int v : m.ja) z.jaOwn.push_back(v - 1);
+    for (int v : m.ia)
+        z.iaOwn.push_back(v - 1);
+    for (int v : m.ja)
+        z.jaOwn.push_back(v - 1);
     std::vector<S> b0(b.begin(), b.begin() + m.n), x0;
     ASSERT_EQ(z.solve(b0, x0), 0);
     EXPECT_EQ(x0, std::vector<S>(x.begin(), x.begin() + m.n));
@@ -127,7 +130,7 @@ TYPED_TEST(PardisoLayer, ReportsMemoryFactorSizesAndRefinementSteps)
     ASSERT_EQ(l.call(22), 0);
     EXPECT_EQ(l.iparm[13], 0);
     EXPECT_GE(l.iparm[17], m.n);
-    EXPECT_LE(l.iparm[17], nzEstimate);  // the estimate is an upper bound
+    EXPECT_LE(l.iparm[17], nzEstimate); // the estimate is an upper bound
     EXPECT_LE(l.iparm[16], memEstimate);
     EXPECT_GT(l.iparm[16], 0);
     EXPECT_EQ(l.iparm[6], -7);
@@ -135,7 +138,7 @@ TYPED_TEST(PardisoLayer, ReportsMemoryFactorSizesAndRefinementSteps)
     EXPECT_GE(l.iparm[6], 0);
     EXPECT_LE(l.iparm[6], 2);
 
-    l.iparm[7] = 0;  // no refinement
+    l.iparm[7] = 0; // no refinement
     ASSERT_EQ(l.call(33, b.data(), x.data()), 0);
     EXPECT_EQ(l.iparm[6], 0);
     EXPECT_LT(directtest::relResidual(m, x, b), 1e-10);
@@ -147,16 +150,17 @@ TYPED_TEST(PardisoLayer, PhasesOutOfOrderAreInconsistent)
     Csr<S> m = directtest::saddlePoint<S>(5);
     std::vector<S> b = directtest::rhs<S>(m.n), x(m.n);
     Layer<S> l(m);
-    EXPECT_EQ(l.call(22), -1);  // zeroed pt
+    EXPECT_EQ(l.call(22), -1); // zeroed pt
     EXPECT_EQ(l.call(33, b.data(), x.data()), -1);
     EXPECT_EQ(l.call(23, b.data(), x.data()), -1);
     EXPECT_EQ(l.call(0), -1);
     EXPECT_EQ(l.pt[0], nullptr);
     ASSERT_EQ(l.call(11), 0);
-    EXPECT_EQ(l.call(33, b.data(), x.data()), -1);  // no factors yet
-    for (int phase : {1, 2, 21, 32, 44, 331, -2, 10, 34}) EXPECT_EQ(l.call(phase), -1) << phase;
+    EXPECT_EQ(l.call(33, b.data(), x.data()), -1); // no factors yet
+    for (int phase : {1, 2, 21, 32, 44, 331, -2, 10, 34})
+        EXPECT_EQ(l.call(phase), -1) << phase;
     ASSERT_EQ(l.call(22), 0);
-    EXPECT_EQ(l.call(0), 0);  // drops the factors, keeps the analysis
+    EXPECT_EQ(l.call(0), 0); // drops the factors, keeps the analysis
     EXPECT_EQ(l.call(33, b.data(), x.data()), -1);
     ASSERT_EQ(l.call(22), 0);
     ASSERT_EQ(l.call(33, b.data(), x.data()), 0);
@@ -168,12 +172,13 @@ TYPED_TEST(PardisoLayer, ReleaseTwiceAndReanalysisLeakNothing)
     using S = TypeParam;
     Csr<S> m = directtest::saddlePoint<S>(5);
     Csr<S> m2 = directtest::saddlePoint<S>(5);
-    for (S& v : m2.a) v *= S(3);
+    for (S& v : m2.a)
+        v *= S(3);
     std::vector<S> b = directtest::rhs<S>(m.n), x(m.n);
     const long live = comTestLiveAllocs();
     {
         Layer<S> l(m);
-        EXPECT_EQ(l.call(-1), 0);  // nothing to release yet
+        EXPECT_EQ(l.call(-1), 0); // nothing to release yet
         ASSERT_EQ(l.call(12), 0);
         // A new analysis on the same pt replaces the old state.
         Layer<S> l2(m2);
@@ -281,18 +286,18 @@ TYPED_TEST(PardisoLayer, InvalidInputIsInconsistentAndKeepsNoState)
     l.nrhs = 0;
     EXPECT_EQ(l.call(33, b.data(), x.data()), -1);
     l.nrhs = 1;
-    l.n = n + 1;  // another size than analysed
+    l.n = n + 1; // another size than analysed
     EXPECT_EQ(l.call(33, b.data(), x.data()), -1);
     l.n = n;
-    l.mtype = l.mtype == 11 ? 13 : 11;  // another data type than analysed
+    l.mtype = l.mtype == 11 ? 13 : 11; // another data type than analysed
     EXPECT_EQ(l.call(22), -1);
     l.mtype = l.mtype == 11 ? 13 : 11;
     EXPECT_EQ(l.call(33, b.data(), x.data()), 0);
     pardiso_(nullptr, &l.maxfct, &l.mnum, &l.mtype, &phase, &l.n, m.a.data(), l.ia(), l.ja(),
              &l.perm, &l.nrhs, l.iparm, &l.msglvl, b.data(), x.data(), &error);
     EXPECT_EQ(error, -1);
-    pardiso_(l.pt, &l.maxfct, &l.mnum, &l.mtype, &phase, &l.n, m.a.data(), l.ia(), l.ja(),
-             &l.perm, &l.nrhs, l.iparm, &l.msglvl, b.data(), x.data(), nullptr);
+    pardiso_(l.pt, &l.maxfct, &l.mnum, &l.mtype, &phase, &l.n, m.a.data(), l.ia(), l.ja(), &l.perm,
+             &l.nrhs, l.iparm, &l.msglvl, b.data(), x.data(), nullptr);
     EXPECT_EQ(l.call(-1), 0);
     EXPECT_EQ(comTestLiveAllocs(), live);
 }
@@ -304,9 +309,12 @@ TYPED_TEST(PardisoLayer, DefaultsAndOtherOrderingSolveToo)
     const std::vector<S> b = directtest::rhs<S>(m.n);
     for (int variant = 0; variant < 3; ++variant) {
         Layer<S> l(m);
-        if (variant == 0) std::fill(l.iparm, l.iparm + 64, 0);  // all defaults
-        if (variant == 1) l.iparm[1] = 0;                       // UMFPACK's own ordering
-        if (variant == 2) l.iparm[10] = 0;                      // no scaling
+        if (variant == 0)
+            std::fill(l.iparm, l.iparm + 64, 0); // all defaults
+        if (variant == 1)
+            l.iparm[1] = 0; // UMFPACK's own ordering
+        if (variant == 2)
+            l.iparm[10] = 0; // no scaling
         std::vector<S> x;
         ASSERT_EQ(l.solve(b, x), 0) << variant;
         EXPECT_LT(directtest::relResidual(m, x, b), 1e-12) << variant;
@@ -361,8 +369,8 @@ TYPED_TEST(PardisoLayer, EveryAllocationFailureReturnsNotEnoughMemory)
     ASSERT_EQ(codes.size(), 5u);
     for (size_t k = 0; k < codes.size(); ++k) {
         EXPECT_EQ(codes[k], -2) << k;
-        EXPECT_EQ(stateGone[k], k < 3) << k;  // a failed analysis keeps no state
+        EXPECT_EQ(stateGone[k], k < 3) << k; // a failed analysis keeps no state
     }
 }
 
-}  // namespace
+} // namespace
