@@ -9,7 +9,8 @@
 // few rows per block boundary; for any matrix it is correct.
 //
 // The triangular solves are row-oriented substitutions (op = "n") or column-oriented ones
-// (op = "t") on one thread. Columns are taken sorted within each row, as in the library's CSR
+// (op = "t") on one thread, dividing through multiplication by the reciprocal of the diagonal
+// (so results may differ from a division in the last bit). Columns are taken sorted within each row, as in the library's CSR
 // form, so a solve reads only the entries of its own triangle and the diagonal.
 #include "platform/sparse_blas.h"
 
@@ -22,7 +23,7 @@ namespace {
 using Z = PlatformComplex16;
 
 // Scalar arithmetic written out: the complex forms are the plain textbook formulas, without the
-// NaN/infinity checks of std::complex and, for the quotient, without scaling.
+// NaN/infinity checks of std::complex; the reciprocal below is unscaled.
 inline bool isZero(double a) { return a == 0.0; }
 inline bool isZero(Z a) { return a.real == 0.0 && a.imag == 0.0; }
 inline double mul(double a, double b) { return a * b; }
@@ -46,17 +47,33 @@ inline double add(double a, double b) { return a + b; }
 inline Z add(Z a, Z b) { return Z{a.real + b.real, a.imag + b.imag}; }
 inline double sub(double a, double b) { return a - b; }
 inline Z sub(Z a, Z b) { return Z{a.real - b.real, a.imag - b.imag}; }
-inline double quot(double a, double b) { return a / b; }
-inline Z quot(Z a, Z b)
-{
-    const double d = b.real * b.real + b.imag * b.imag;
-    return Z{(a.real * b.real + a.imag * b.imag) / d, (a.imag * b.real - a.real * b.imag) / d};
-}
 
 // Below this many entries plus rows a product runs on the calling thread alone.
 constexpr long PARALLEL_MIN_WORK = 16384;
 // Most threads a product uses; their boundary rows live in arrays of this length on the stack.
 constexpr int MAX_THREADS = 256;
+
+// Software prefetch distance in entries: the hardware prefetchers alone leave the streams of
+// values and columns well below the bandwidth a triad reaches on one core.
+constexpr int PREFETCH_DISTANCE = 512;
+
+// Prefetches the value and column PREFETCH_DISTANCE entries after p (not beyond last).
+template <class V>
+inline void prefetchAhead(const V* val, const int* col, int p, int last)
+{
+    const int q = last - p > PREFETCH_DISTANCE ? p + PREFETCH_DISTANCE : last;
+    __builtin_prefetch(val + q);
+    __builtin_prefetch(col + q);
+}
+
+// Prefetches the value and column PREFETCH_DISTANCE entries before p (not before 0).
+template <class V>
+inline void prefetchBehind(const V* val, const int* col, int p)
+{
+    const int q = p > PREFETCH_DISTANCE ? p - PREFETCH_DISTANCE : 0;
+    __builtin_prefetch(val + q);
+    __builtin_prefetch(col + q);
+}
 
 bool isChar(const char* s, char lower)
 {
@@ -113,9 +130,11 @@ void productRows(int r0, int r1, V alpha, const V* val, const int* col, const in
                  const V* x, V beta, V* y)
 {
     const bool beta0 = isZero(beta);
+    const int last = ptr[r1] - 1;
     for (int i = r0; i < r1; ++i) {
         V s{};
         const int end = ptr[i + 1] - 1;
+        prefetchAhead(val, col, ptr[i] - 1, last);
         for (int p = ptr[i] - 1; p < end; ++p) addMul(s, val[p], x[col[p] - 1]);
         y[i] = beta0 ? mul(alpha, s) : add(mul(alpha, s), mul(beta, y[i]));
     }
@@ -157,9 +176,11 @@ void productTransposed(int m, V alpha, const V* val, const int* col, const int* 
     const int nt = productThreads(m, static_cast<long>(ptr[m]) - ptr[0]);
     if (nt == 1) {
         scale(0, m, beta, y);
+        const int last = ptr[m] - 1;
         for (int i = 0; i < m; ++i) {
             const V ax = mul(alpha, x[i]);
             const int end = ptr[i + 1] - 1;
+            prefetchAhead(val, col, ptr[i] - 1, last);
             for (int p = ptr[i] - 1; p < end; ++p) addMul(y[col[p] - 1], val[p], ax);
         }
         return;
@@ -183,9 +204,11 @@ void productTransposed(int m, V alpha, const V* val, const int* col, const int* 
         }
         scale(r0, r1, beta, y);
         int head = r0, tail = r1;
+        const int last = ptr[r1] - 1;
         for (int i = r0; i < r1; ++i) {
             const V ax = mul(alpha, x[i]);
             const int end = ptr[i + 1] - 1;
+            prefetchAhead(val, col, ptr[i] - 1, last);
             for (int p = ptr[i] - 1; p < end; ++p) {
                 const int c = col[p] - 1;
                 if (c >= r0 && c < r1) {
@@ -220,71 +243,106 @@ void productTransposed(int m, V alpha, const V* val, const int* col, const int* 
     }
 }
 
+// 1 / d, computed apart from the chain of dependent rows: the substitutions multiply by it.
+inline double recip(double d) { return 1.0 / d; }
+inline Z recip(Z d)
+{
+    const double dd = d.real * d.real + d.imag * d.imag;
+    return Z{d.real / dd, -d.imag / dd};
+}
+
 // Lower solve T y = x, forward: y_i = (x_i - sum_{j<i} t_ij y_j) / t_ii. x may be y.
+// Each row depends on the one before through t_{i,i-1}; that term is taken from a register and
+// applied last, y_i = s r - (t_{i,i-1} r) y_{i-1} with r = 1 / t_ii, so that only one product
+// and one subtraction lie on the chain from row to row.
 template <class V>
 void solveLower(int m, const V* val, const int* ptr, const int* col, const V* x, V* y)
 {
+    const int last = m > 0 ? ptr[m] - 1 : 0;
+    V prev{};  // y_{i-1}
     for (int i = 0; i < m; ++i) {
-        V s = x[i];
         const int end = ptr[i + 1] - 1;
         int p = ptr[i] - 1;
-        for (; p < end && col[p] <= i; ++p) subMul(s, val[p], y[col[p] - 1]);
-        const V d = p < end && col[p] == i + 1 ? val[p] : V{};
-        y[i] = quot(s, d);
+        prefetchAhead(val, col, p, last);
+        V s = x[i];
+        for (; p < end && col[p] < i; ++p) subMul(s, val[p], y[col[p] - 1]);
+        int q = p;
+        const bool near = q < end && col[q] == i;  // t_{i,i-1}
+        if (near) ++q;
+        const V r = recip(q < end && col[q] == i + 1 ? val[q] : V{});
+        V t = mul(s, r);
+        if (near) subMul(t, mul(val[p], r), prev);
+        y[i] = prev = t;
     }
 }
 
 // Upper solve T y = x, backward: y_i = (x_i - sum_{j>i} t_ij y_j) / t_ii. x may be y.
+// The term of t_{i,i+1} is kept out of the row-to-row chain as in solveLower.
 template <class V>
 void solveUpper(int m, const V* val, const int* ptr, const int* col, const V* x, V* y)
 {
+    V next{};  // y_{i+1}
     for (int i = m - 1; i >= 0; --i) {
         const int begin = ptr[i] - 1;
-        int q = ptr[i + 1] - 1;  // the upper part is [q, end) once the scan stops
-        while (q > begin && col[q - 1] > i + 1) --q;
-        const V d = q > begin && col[q - 1] == i + 1 ? val[q - 1] : V{};
-        V s = x[i];
         const int end = ptr[i + 1] - 1;
-        for (int p = q; p < end; ++p) subMul(s, val[p], y[col[p] - 1]);
-        y[i] = quot(s, d);
+        prefetchBehind(val, col, begin);
+        int q = end;  // the strict upper part is [q, end) once the scan stops
+        while (q > begin && col[q - 1] > i + 1) --q;
+        const V r = recip(q > begin && col[q - 1] == i + 1 ? val[q - 1] : V{});
+        const bool near = q < end && col[q] == i + 2;  // t_{i,i+1}
+        V s = x[i];
+        for (int p = near ? q + 1 : q; p < end; ++p) subMul(s, val[p], y[col[p] - 1]);
+        V t = mul(s, r);
+        if (near) subMul(t, mul(val[q], r), next);
+        y[i] = next = t;
     }
 }
 
-// Lower transposed solve T^T y = x, backward by columns of T^T (rows of T):
-// y_i := y_i / t_ii, then y_j -= t_ij y_i for j < i.
+// Lower transposed solve T^T y = x, backward by rows of T: y_i := y_i / t_ii, then
+// y_j -= t_ij y_i for j < i. The update of y_{i-1} is carried in a register to the next step.
 template <class V>
 void solveLowerTransposed(int m, const V* val, const int* ptr, const int* col, const V* x, V* y)
 {
     if (y != x) {
         for (int i = 0; i < m; ++i) y[i] = x[i];
     }
+    V carry{};  // t_{i+1,i} y_{i+1}, not yet subtracted from y_i
     for (int i = m - 1; i >= 0; --i) {
         const int begin = ptr[i] - 1;
+        prefetchBehind(val, col, begin);
         int q = ptr[i + 1] - 1;  // the strict lower part is [begin, q) once the scan stops
         while (q > begin && col[q - 1] > i + 1) --q;
         V d{};
         if (q > begin && col[q - 1] == i + 1) d = val[--q];
-        const V yi = quot(y[i], d);
+        const V yi = mul(sub(y[i], carry), recip(d));
         y[i] = yi;
+        carry = V{};
+        if (q > begin && col[q - 1] == i) carry = mul(val[--q], yi);
         for (int p = begin; p < q; ++p) subMul(y[col[p] - 1], val[p], yi);
     }
 }
 
-// Upper transposed solve T^T y = x, forward: y_i := y_i / t_ii, then y_j -= t_ij y_i for j > i.
+// Upper transposed solve T^T y = x, forward: y_i := y_i / t_ii, then y_j -= t_ij y_i for j > i,
+// carrying the update of y_{i+1} in a register.
 template <class V>
 void solveUpperTransposed(int m, const V* val, const int* ptr, const int* col, const V* x, V* y)
 {
     if (y != x) {
         for (int i = 0; i < m; ++i) y[i] = x[i];
     }
+    const int last = m > 0 ? ptr[m] - 1 : 0;
+    V carry{};  // t_{i-1,i} y_{i-1}, not yet subtracted from y_i
     for (int i = 0; i < m; ++i) {
         const int end = ptr[i + 1] - 1;
         int p = ptr[i] - 1;
+        prefetchAhead(val, col, p, last);
         while (p < end && col[p] < i + 1) ++p;
         V d{};
         if (p < end && col[p] == i + 1) d = val[p++];
-        const V yi = quot(y[i], d);
+        const V yi = mul(sub(y[i], carry), recip(d));
         y[i] = yi;
+        carry = V{};
+        if (p < end && col[p] == i + 2) carry = mul(val[p++], yi);
         for (; p < end; ++p) subMul(y[col[p] - 1], val[p], yi);
     }
 }

@@ -241,15 +241,26 @@ TEST_P(Kernels, TriangularSolvesMatchTheDenseReference)
     const Case c = GetParam();
     Threads threads(c.threads);
     const int n = 300;
-    // Both triangles are stored; the diagonal always is.
-    MatPtr a(lintest::randomCsr(c.dataType, n, 11, [](int i) { return 1 + i % 13; }));
+    // Both triangles are stored; the diagonal always is. A random pattern, and a band of
+    // half-width 2 with gaps, whose neighbours of the diagonal take the register path.
+    MatPtr random(lintest::randomCsr(c.dataType, n, 11, [](int i) { return 1 + i % 13; }));
+    std::vector<lintest::Entry> band;
+    for (int i = 1; i <= n; ++i) {
+        for (int j = std::max(1, i - 2); j <= std::min(n, i + 2); ++j) {
+            if (j != i && (i + 2 * j) % 7 == 0) continue;
+            band.push_back({i, j, {j == i ? 4.0 : -1.0 + 0.1 * (i % 5), c.dataType == LIN_REAL ? 0.0 : 0.3 * (j - i)}});
+        }
+    }
+    MatPtr banded(lintest::makeCoo(c.dataType, n, band));
+    ASSERT_EQ(comLinMatChangeType(nullptr, banded.get(), MAT_CSR), 1);
     VecPtr x(lintest::randomVec(c.dataType, n, 12));
     const auto xv = lintest::values(x.get());
+    for (const ComLinMat* a : {random.get(), banded.get()})
     for (int upper : {0, 1}) {
         for (int trans : {0, 1}) {
             VecPtr y(comLinVecCreate(nullptr, c.dataType, n));
-            comLinMatTriSolv(nullptr, upper, a.get(), trans, x.get(), y.get());
-            const auto want = refSolve(a.get(), upper != 0, trans != 0, xv);
+            comLinMatTriSolv(nullptr, upper, a, trans, x.get(), y.get());
+            const auto want = refSolve(a, upper != 0, trans != 0, xv);
             const std::vector<double> mag(n, 1.0);
             expectClose(lintest::values(y.get()), want, mag, upper ? "upper" : "lower");
             EXPECT_EQ(lintest::values(x.get()), xv);
