@@ -154,9 +154,12 @@ std::string fmt(const char* format, ...)
 }
 
 Problem::Problem(const std::vector<Entry>& entries, int size, bool isCplx, const std::string& opts)
-    : handle(kwiltest::makeHandle(dir, "TRACE 1\n" + opts)), a(nullptr), b(nullptr), x(nullptr),
-      n(size), cplx(isCplx)
+    : handle(nullptr), a(nullptr), b(nullptr), x(nullptr), n(size), cplx(isCplx)
 {
+    {
+        kwiltest::Capture quiet;  // the handle's own start lines
+        handle = kwiltest::makeHandle(dir, "TRACE 1\n" + opts);
+    }
     if (handle == nullptr) return;
     a = csr(handle, n, cplx, entries);
     xs.resize(n);
