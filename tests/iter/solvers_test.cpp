@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <regex>
 
 #include "iter/control.h"
 #include "iter_support.h"
@@ -155,21 +154,46 @@ TEST(StabSolver, OneByOneQuitsInStepZeroWithTheExactSolution)
     }
 }
 
-// Lines of out that match the patterns one by one, whole.
+// True when line equals pattern, where each "{nan}" in the pattern stands for "nan" or "-nan"
+// (the sign of a NaN made by 0/0 depends on the arithmetic that made it).
+bool matchNan(const std::string& line, const std::string& pattern)
+{
+    const std::string tok = "{nan}";
+    size_t li = 0, pi = 0;
+    for (;;) {
+        const size_t next = pattern.find(tok, pi);
+        const std::string lit = pattern.substr(pi, next == std::string::npos ? next : next - pi);
+        if (line.compare(li, lit.size(), lit) != 0) return false;
+        li += lit.size();
+        if (next == std::string::npos) return li == line.size();
+        if (line.compare(li, 1, "-") == 0) ++li;
+        if (line.compare(li, 3, "nan") != 0) return false;
+        li += 3;
+        pi = next + tok.size();
+    }
+}
+
 void expectLines(const std::vector<std::string>& lines, const std::vector<std::string>& patterns)
 {
     ASSERT_EQ(lines.size(), patterns.size());
     for (size_t i = 0; i < lines.size(); ++i) {
-        EXPECT_TRUE(std::regex_match(lines[i], std::regex(patterns[i])))
-            << lines[i] << "\n  !~ " << patterns[i];
+        EXPECT_TRUE(matchNan(lines[i], patterns[i])) << lines[i] << "\n  != " << patterns[i];
     }
+}
+
+TEST(NanMatch, AcceptsEitherSignOnlyWhereMarked)
+{
+    EXPECT_TRUE(matchNan("a nan b -nan", "a {nan} b {nan}"));
+    EXPECT_FALSE(matchNan("a 1.0 b nan", "a {nan} b {nan}"));
+    EXPECT_FALSE(matchNan("a nan b nanx", "a {nan} b {nan}"));
+    EXPECT_FALSE(matchNan("-nan", "nan"));
 }
 
 const std::vector<std::string> zeroStart(const char* name)
 {
-    return {fmt("KWILTRC: Iter %s pre 0 step trace 0 norm-0 0\\.0000e\\+00", name),
-            "KWILTRC:  - resolve 1\\.0000e-10 max k 5000 correct r 100 rtype 0",
-            "KWILTRC:  - giveup 200 check 1\\.0000e-05 reduct 5\\.0000e-01"};
+    return {fmt("KWILTRC: Iter %s pre 0 step trace 0 norm-0 0.0000e+00", name),
+            "KWILTRC:  - resolve 1.0000e-10 max k 5000 correct r 100 rtype 0",
+            "KWILTRC:  - giveup 200 check 1.0000e-05 reduct 5.0000e-01"};
 }
 
 TEST(StabSolver, ZeroRightHandSideStopsOnANaNNormAtStepOne)
@@ -180,15 +204,15 @@ TEST(StabSolver, ZeroRightHandSideStopsOnANaNNormAtStepOne)
         EXPECT_EQ(p.run(solvIterStab), 0);
         std::vector<std::string> want = zeroStart("stab");
         if (cplx) {
-            want.push_back("KWILTRC: Iter stab nan error alpha \\(-?nan -?nan\\)");
+            want.push_back("KWILTRC: Iter stab nan error alpha ({nan} {nan})");
             want.push_back(
-                "KWILTRC:  -  beta \\(0\\.0000e\\+00 0\\.0000e\\+00\\) omega \\(-?nan -?nan\\)");
-            want.push_back("KWILTRC:  -  rho \\(-?nan -?nan\\)");
+                "KWILTRC:  -  beta (0.0000e+00 0.0000e+00) omega ({nan} {nan})");
+            want.push_back("KWILTRC:  -  rho ({nan} {nan})");
         } else {
-            want.push_back("KWILTRC: Iter stab nan error alpha -?nan beta 0\\.0000e\\+00");
-            want.push_back("KWILTRC:  - omega -?nan rho -?nan");
+            want.push_back("KWILTRC: Iter stab nan error alpha {nan} beta 0.0000e+00");
+            want.push_back("KWILTRC:  - omega {nan} rho {nan}");
         }
-        want.push_back("KWILTRC: Iter stab end 0 step 1 abs norm -?nan resolve 0\\.0000e\\+00");
+        want.push_back("KWILTRC: Iter stab end 0 step 1 abs norm {nan} resolve 0.0000e+00");
         expectLines(p.out, want);
         EXPECT_EQ(p.err, std::vector<std::string>{"KWILERR: Norm nan error in iter stab step 1"});
         EXPECT_TRUE(std::isnan(values(p.x)[0].real()));
@@ -202,8 +226,8 @@ TEST(SafeSolver, ZeroRightHandSideStopsOnANaNNormAtStepOne)
     EXPECT_EQ(p.run(solvIterSafe), 0);
     std::vector<std::string> want = zeroStart("safe");
     want.push_back("KWILTRC:  - safe cr 1 correct y 1");
-    want.push_back("KWILTRC: Iter safe nan error alpha -?nan beta -?nan zeta -?nan eta 0\\.000000e\\+00");
-    want.push_back("KWILTRC: Iter safe end 0 step 1 abs norm -?nan resolve 0\\.0000e\\+00");
+    want.push_back("KWILTRC: Iter safe nan error alpha {nan} beta {nan} zeta {nan} eta 0.000000e+00");
+    want.push_back("KWILTRC: Iter safe end 0 step 1 abs norm {nan} resolve 0.0000e+00");
     expectLines(p.out, want);
     EXPECT_EQ(p.err, std::vector<std::string>{"KWILERR: Norm nan error in iter safe step 1"});
 }
