@@ -207,6 +207,20 @@ TEST_P(Frame, StepLimitTruncatesTowardZero)
     EXPECT_EQ(p.out[1], startLines(0)[1]);
 }
 
+TEST_P(Frame, NoStepAllocates)
+{
+    long counts[2];
+    int i = 0;
+    for (int limit : {2, 20}) {
+        p.setInt(OPT_ITER_MAXSTEP, limit);
+        const long before = comTestAllocCount();
+        EXPECT_EQ(run(), 0);
+        counts[i++] = comTestAllocCount() - before;
+    }
+    EXPECT_EQ(counts[0], counts[1]);
+    EXPECT_GT(counts[0], 0);
+}
+
 TEST_P(Frame, ReachingTheLimitFailsEvenWhenTheLastStepWouldConverge)
 {
     ASSERT_EQ(run(), 1);
@@ -398,6 +412,14 @@ TEST_P(Correction, ReplacesTheRecurrenceResidualAtItsInterval)
 }
 
 INSTANTIATE_TEST_SUITE_P(Stab, Correction, ::testing::ValuesIn(kinds, kinds + 2), kindName);
+
+TEST(StepLimit, AddsTheSizeProportionalPartAndTruncates)
+{
+    Problem p(laplace1d(1001), 1001, false, "ITER_MAXSTEP 100\nITER_MAXSTEP_SIZE 0.5\n");
+    ASSERT_EQ(p.run(solvIterStab), 1);  // 100 + 500.5
+    EXPECT_EQ(findLine(p.out, "KWILTRC:  - resolve "),
+              "KWILTRC:  - resolve 1.0000e-10 max k 600 correct r 100 rtype 0");
+}
 
 TEST(StabL, IgnoresTheCorrectionInterval)
 {
