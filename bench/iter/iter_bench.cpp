@@ -2,7 +2,7 @@
 // time, true relative residual, and the step time against the bytes a step must move divided
 // by the triad bandwidth measured in the same run.
 //
-// Usage: kwil_iter_bench [-t threads,...] [-m maxstep] [problem...]
+// Usage: kwil_iter_bench [-t threads,...] [-m maxstep] [-s solver] [problem...]
 // Problems: cd500 cd1000 cd3d60 helm500 (default: all).
 #include <omp.h>
 #include <unistd.h>
@@ -220,19 +220,33 @@ void kernels(KwilHandle* h, const Problem& pb, int threads, double triad)
         comLinMatTriSolv(h, 1, u, 0, w, y);
     });
     const double tAxpy = best([&] { comLinVecCalcVec(h, ComComplex{1e-3, 0.0}, x, y); });
+    double sink = 0.0;
+    const double tDot = best([&] {
+        if (a->dataType == LIN_REAL) {
+            sink += comLinVecCalcDotReal(h, x, y);
+        } else {
+            ComComplex d;
+            comLinVecCalcDotCompConj(h, x, y, &d);
+            sink += d.re;
+        }
+    });
+    const double tNrm = best([&] { sink += comLinVecCalcNorm2(h, y); });
+    const double tCopy = best([&] { comLinVecCopy(h, x, w); });
     const int sv = a->dataType == LIN_COMP ? 16 : 8;
     const Traffic tr = traffic(a->size, a->dataNum, nnzLU, sv);
     const double bw = triad * 1e9;
     printf("# %s %d thread(s): product %.3f ms (ratio %.2f), L+U solves %.3f ms (ratio %.2f), "
-           "axpy %.3f ms (ratio %.2f)\n",
+           "axpy %.3f ms (ratio %.2f), dot %.3f ms, norm %.3f ms, copy %.3f ms%s\n",
            pb.name.c_str(), threads, tMv * 1e3, tMv / (tr.matvec / bw), tPre * 1e3,
-           tPre / (tr.prec / bw), tAxpy * 1e3, tAxpy / (3 * tr.vecs / bw));
+           tPre / (tr.prec / bw), tAxpy * 1e3, tAxpy / (3 * tr.vecs / bw), tDot * 1e3,
+           tNrm * 1e3, tCopy * 1e3, sink == 0.123 ? " " : "");
     comLinVecsDelete(h, x, y, w, nullptr);
     comLinMatDelete(h, l);
     comLinMatDelete(h, u);
     comResetThreads(h, prev);
 }
 
+std::string only;  // run only this solver ("stab", "safe", "stab-l") when set
 int lastStep = 0;
 double countSteps(int step, double norm)
 {
@@ -243,6 +257,7 @@ double countSteps(int step, double norm)
 void run(KwilHandle* h, const Problem& pb, const std::string& solver, int ell, int threads,
          int maxStep, double triad)
 {
+    if (!only.empty() && only != solver) return;
     h->intOpt[OPT_THREADS] = threads;
     h->intOpt[OPT_STABL_L] = ell;
     h->intOpt[OPT_ITER_MAXSTEP] = maxStep;
@@ -295,6 +310,8 @@ int main(int argc, char** argv)
         if (!strcmp(argv[i], "-t") && i + 1 < argc) {
             threads.clear();
             for (char* s = strtok(argv[++i], ","); s; s = strtok(nullptr, ",")) threads.push_back(atoi(s));
+        } else if (!strcmp(argv[i], "-s") && i + 1 < argc) {
+            only = argv[++i];
         } else if (!strcmp(argv[i], "-m") && i + 1 < argc) {
             maxStep = atoi(argv[++i]);
         } else {
