@@ -38,5 +38,21 @@ int comToolILU(KwilHandle* handle, const ComLinMat* a, ComLinMat** l, ComLinMat*
 int ILU0(KwilHandle* handle, const ComLinMat* a, ComLinMat** l, ComLinMat** u);
 // ILU with fill-in above ILU_FILLINMIN times the largest entry magnitude of A.
 int ILUFillIn(KwilHandle* handle, const ComLinMat* a, ComLinMat** l, ComLinMat** u);
+
+// Column node of a row list of the fill-in factorisation: rows hold their nodes in strictly
+// ascending column order.
+struct ILUFillInColData {
+    int col;                 // one-based column
+    double re;               // real part
+    double im;               // imaginary part, 0 for real data
+    ILUFillInColData* next;  // node of the next larger column of the row, or null
+};
+// Frees every node of the n row lists (each node a comAlloc block) and then rowHead itself.
+void ILUFillInFreeColData(KwilHandle* handle, ILUFillInColData** rowHead, int n);
+// Diagnostic: when tracing is on writes "KWILTRC: " + the formatted text + " row %d col", a line
+// break, " %d" for the column of every node from node on, and a final line break.
+void ILUFillInTraceColData(KwilHandle* handle, const ILUFillInColData* node, int row,
+                           const char* format, ...) KWIL_PRINTF(4, 5);
+
 // z := U^-1 L^-1 r with the ILU factors of A built for this call. Returns 1, or 0 on failure.
 int comToolILUSolv(KwilHandle* handle, const ComLinMat* a, const ComLinVec* r, ComLinVec* z);
