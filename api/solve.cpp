@@ -90,8 +90,7 @@ bool repairWanted(int revDiagZero, int solver, int zeroDiag)
 }
 
 // Runs the solver chosen by SOLVER on (a, b) into x. 1 on success.
-int dispatch(KwilHandle* handle, int solver, const ComLinMat* a, const ComLinVec* b,
-             ComLinVec* x)
+int dispatch(KwilHandle* handle, int solver, ComLinMat* a, ComLinVec* b, ComLinVec* x)
 {
     switch (solver) {
     case -1:
@@ -202,8 +201,8 @@ int solve(KwilHandle* handle)
 
     // Scaling that is refused or fails leaves the unscaled system current (logged there).
     DiagScale scale(handle);
-    const ComLinMat* curMat = a;
-    const ComLinVec* curVec = handle->vecFix;
+    ComLinMat* curMat = a;
+    ComLinVec* curVec = handle->vecFix;
     if (diagScale != 0 && scale.run(a, handle->vecFix)) {
         curMat = scale.mat();
         curVec = scale.vec();
