@@ -1,0 +1,72 @@
+// Vector arithmetic: axpy, the two-term update, scaling, dot products and the 2-norm over BLAS.
+#include "lin/lin.h"
+
+#include <cblas.h>
+
+void comLinVecCalcVec(KwilHandle* handle, ComComplex a, const ComLinVec* x, ComLinVec* y)
+{
+    comAssert(handle, x->size == y->size, "Size unmatch in calculate vector vector");
+    const int n = x->size;
+    if (x->dataType == LIN_REAL) {
+        cblas_daxpy(n, a.re, x->realData, 1, y->realData, 1);
+    } else {
+        cblas_zaxpy(n, &a, x->compData, 1, y->compData, 1);
+    }
+}
+
+void comLinVecCalcVec2(KwilHandle* handle, ComComplex a, const ComLinVec* x, ComComplex b,
+                       const ComLinVec* w, ComLinVec* y)
+{
+    comAssert(handle, y->size == x->size && y->size == w->size,
+              "Size unmatch in calculate vector vector 2");
+    const int n = x->size;
+    // y += b w first, then y += a x: two passes in this order.
+    if (x->dataType == LIN_REAL) {
+        cblas_daxpy(n, b.re, w->realData, 1, y->realData, 1);
+        cblas_daxpy(n, a.re, x->realData, 1, y->realData, 1);
+    } else {
+        cblas_zaxpy(n, &b, w->compData, 1, y->compData, 1);
+        cblas_zaxpy(n, &a, x->compData, 1, y->compData, 1);
+    }
+}
+
+void comLinVecCalcScal(KwilHandle*, ComComplex a, ComLinVec* x)
+{
+    if (x->dataType == LIN_REAL) {
+        cblas_dscal(x->size, a.re, x->realData, 1);
+    } else {
+        cblas_zscal(x->size, &a, x->compData, 1);
+    }
+}
+
+double comLinVecCalcDotReal(KwilHandle* handle, const ComLinVec* x, const ComLinVec* y)
+{
+    comAssert(handle, x->size == y->size, "Size unmatch in calculate vector dot real");
+    comAssert(handle, x->dataType == LIN_REAL && y->dataType == LIN_REAL,
+              "Invalid data type in calculate vector dot real");
+    return cblas_ddot(x->size, x->realData, 1, y->realData, 1);
+}
+
+void comLinVecCalcDotCompConj(KwilHandle* handle, const ComLinVec* x, const ComLinVec* y,
+                              ComComplex* result)
+{
+    comAssert(handle, x->size == y->size, "Size unmatch in calculate vector dot comp conj");
+    comAssert(handle, x->dataType == LIN_COMP && y->dataType == LIN_COMP,
+              "Invalid data type in calculate vector dot comp conj");
+    cblas_zdotc_sub(x->size, x->compData, 1, y->compData, 1, result);  // sum conj(x_i) y_i
+}
+
+void comLinVecCalcDotCompUnconj(KwilHandle* handle, const ComLinVec* x, const ComLinVec* y,
+                                ComComplex* result)
+{
+    comAssert(handle, x->size == y->size, "Size unmatch in calculate vector dot comp unconj");
+    comAssert(handle, x->dataType == LIN_COMP && y->dataType == LIN_COMP,
+              "Invalid data type in calculate vector dot comp unconj");
+    cblas_zdotu_sub(x->size, x->compData, 1, y->compData, 1, result);  // sum x_i y_i
+}
+
+double comLinVecCalcNorm2(KwilHandle*, const ComLinVec* x)
+{
+    if (x->dataType == LIN_REAL) return cblas_dnrm2(x->size, x->realData, 1);
+    return cblas_dznrm2(x->size, x->compData, 1);
+}
