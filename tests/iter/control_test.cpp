@@ -1,0 +1,415 @@
+// The shared iteration frame: give-up monitor, start and end lines, step limit, shadow residual,
+// residual monitor and residual correction, for every solver.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include "iter/control.h"
+#include "iter_support.h"
+
+using namespace itertest;
+
+namespace {
+
+// giveupCheck with a given state; returns the result, the state and the captured lines.
+struct GiveupRun {
+    int result;
+    int armed;
+    double prev;
+    std::vector<std::string> out;
+};
+
+GiveupRun giveup(KwilHandle* h, double level, double norm, int armed, double prev)
+{
+    GiveupRun g{0, armed, prev, {}};
+    kwiltest::Capture cap;
+    g.result = giveupCheck(h, level, norm, &g.armed, &g.prev, 0.5, "safe", 400);
+    cap.take();
+    g.out = cap.outLines();
+    return g;
+}
+
+class GiveupCheck : public ::testing::Test {
+protected:
+    void SetUp() override { h = kwiltest::makeHandle(dir, "TRACE 1\n"); }
+    void TearDown() override { kwilTerm(h); }
+    kwiltest::TempDir dir;
+    KwilHandle* h = nullptr;
+};
+
+TEST_F(GiveupCheck, AboveTheLevelDisarmsAndKeepsThePreviousNorm)
+{
+    const GiveupRun g = giveup(h, 10.0, 10.5, 1, 4.0);
+    EXPECT_EQ(g.result, 0);
+    EXPECT_EQ(g.armed, 0);
+    EXPECT_EQ(g.prev, 4.0);
+    EXPECT_TRUE(g.out.empty());
+}
+
+TEST_F(GiveupCheck, FirstTestAtTheLevelOnlyArms)
+{
+    const GiveupRun g = giveup(h, 10.0, 10.0, 0, 0.0);  // equal to the level: watched
+    EXPECT_EQ(g.result, 0);
+    EXPECT_EQ(g.armed, 1);
+    EXPECT_EQ(g.prev, 10.0);
+    EXPECT_TRUE(g.out.empty());
+}
+
+TEST_F(GiveupCheck, HalvingExactlyGoesOnAndRemembersTheNorm)
+{
+    const GiveupRun g = giveup(h, 10.0, 2.0, 1, 4.0);  // 2 == 4 * 0.5: not above
+    EXPECT_EQ(g.result, 0);
+    EXPECT_EQ(g.armed, 1);
+    EXPECT_EQ(g.prev, 2.0);
+}
+
+TEST_F(GiveupCheck, ArmedWithoutHalvingGivesUpWithTwoLines)
+{
+    const GiveupRun g = giveup(h, 10.0, 3.0, 1, 4.0);
+    EXPECT_EQ(g.result, 1);
+    EXPECT_EQ(g.armed, 1);  // state left as it was
+    EXPECT_EQ(g.prev, 4.0);
+    const std::vector<std::string> want = {
+        "KWILTRC: Iter safe give up abs norm 3.000000e+00 check 1.000000e+01",
+        "KWILTRC:  - prev 4.000000e+00 reduct 5.000000e-01 step 400"};
+    EXPECT_EQ(g.out, want);
+}
+
+TEST_F(GiveupCheck, GivingUpWithTheTraceOffWritesNothing)
+{
+    h->intOpt[OPT_TRACE] = 0;
+    const GiveupRun g = giveup(h, 10.0, 3.0, 1, 4.0);
+    EXPECT_EQ(g.result, 1);
+    EXPECT_TRUE(g.out.empty());
+}
+
+// The four ways to run the frame: BiCGStab real and complex, the safe solver, BiCGStab(l).
+struct Kind {
+    const char* name;
+    Solver fn;
+    bool cplx;
+};
+const Kind kinds[] = {{"stab", solvIterStab, false},
+                      {"stab", solvIterStab, true},
+                      {"safe", solvIterSafe, false},
+                      {"stab-l", solvIterStabL, true}};
+
+std::string kindName(const ::testing::TestParamInfo<Kind>& info)
+{
+    std::string s = std::string(info.param.name) + (info.param.cplx ? "Complex" : "Real");
+    s.erase(std::remove(s.begin(), s.end(), '-'), s.end());
+    return s;
+}
+
+// The 1-D Laplacian of order 100, shifted by 0.1i on the diagonal for complex runs.
+std::vector<Entry> frameMatrix(bool cplx)
+{
+    std::vector<Entry> e = laplace1d(100);
+    if (cplx) {
+        for (Entry& x : e)
+            if (x.i == x.j) x.v += Cplx(0.0, 0.1);
+    }
+    return e;
+}
+
+// State the norm hooks read.
+double hookNorm0 = 0.0;
+Problem* hookProblem = nullptr;
+std::vector<std::pair<int, double>> hookSeen;  // (step, norm handed to the monitor)
+std::vector<double> hookTrue;                 // ||b - A x|| at the same moments
+
+struct HookGuard {
+    explicit HookGuard(kwil::IterNormHook h) { kwil::iterTestSetNormHook(h); }
+    ~HookGuard() { kwil::iterTestSetNormHook(nullptr); }
+};
+
+class Frame : public ::testing::TestWithParam<Kind> {
+protected:
+    Frame() : p(frameMatrix(GetParam().cplx), 100, GetParam().cplx, "ITER_PREILU 0\n") {}
+    std::string name() const { return GetParam().name; }
+    bool isL() const { return name() == "stab-l"; }
+    int run() { return p.run(GetParam().fn); }
+    // The start lines as the frame writes them with the current options.
+    std::vector<std::string> startLines(int maxK) const
+    {
+        const double n0 = norm(p.bv);
+        std::vector<std::string> l;
+        if (isL()) {
+            l.push_back(fmt("KWILTRC: Iter stab-l l 1 pre 0 step trace 0 norm-0 %.4e", n0));
+            l.push_back(fmt("KWILTRC:  - resolve 1.0000e-10 max k %d correct r 0-fix rtype 0", maxK));
+        } else {
+            l.push_back(fmt("KWILTRC: Iter %s pre 0 step trace 0 norm-0 %.4e", name().c_str(), n0));
+            l.push_back(fmt("KWILTRC:  - resolve 1.0000e-10 max k %d correct r 100 rtype 0", maxK));
+        }
+        l.push_back("KWILTRC:  - giveup 200 check 1.0000e-05 reduct 5.0000e-01");
+        if (name() == "safe") l.push_back("KWILTRC:  - safe cr 1 correct y 1");
+        return l;
+    }
+    Problem p;
+};
+
+TEST_P(Frame, ConvergesWithTheStartLinesFirstAndTheEndLineLast)
+{
+    ASSERT_EQ(run(), 1);
+    EXPECT_LT(p.error(), 1e-6);
+    const std::vector<std::string> want = startLines(5000);
+    ASSERT_GE(p.out.size(), want.size() + 1);
+    EXPECT_EQ(std::vector<std::string>(p.out.begin(), p.out.begin() + want.size()), want);
+    const EndLine e = endLine(p.out, name());
+    ASSERT_TRUE(e.found);
+    EXPECT_EQ(p.out.back(), fmt("KWILTRC: Iter %s end 1 step %d abs norm %.4e resolve %.4e",
+                                name().c_str(), e.step, e.norm, 1e-10 * norm(p.bv)));
+    EXPECT_LE(e.norm, e.tol);
+    EXPECT_TRUE(p.err.empty());
+    EXPECT_LT(relResidual(p.a, p.bv, values(p.x)), 1e-9);
+}
+
+TEST_P(Frame, StepLimitZeroRunsNoStep)
+{
+    p.setInt(OPT_ITER_MAXSTEP, 0);
+    EXPECT_EQ(run(), 0);
+    const double n0 = norm(p.bv);
+    std::vector<std::string> want = startLines(0);
+    want.push_back(fmt("KWILTRC: Iter %s end 0 step 0 abs norm %.4e resolve %.4e", name().c_str(),
+                       n0, 1e-10 * n0));
+    EXPECT_EQ(p.out, want);
+    EXPECT_EQ(p.err, std::vector<std::string>{fmt(
+                         "KWILERR: Step over in iter %s step 0 abs norm %.4e resolve %.4e",
+                         name().c_str(), n0, 1e-10 * n0)});
+    EXPECT_EQ(norm(values(p.x)), 0.0);
+}
+
+TEST_P(Frame, StepLimitOutOfTheIntRangeRunsNoStep)
+{
+    for (double size : {1e10, -1e10, std::numeric_limits<double>::quiet_NaN()}) {
+        p.setDbl(OPT_ITER_MAXSTEP_SIZE, size);
+        EXPECT_EQ(run(), 0);
+        ASSERT_GE(p.out.size(), 2u);
+        EXPECT_EQ(p.out[1], startLines(INT_MIN)[1]) << size;
+        ASSERT_EQ(p.err.size(), 1u);
+        EXPECT_EQ(p.err[0].rfind("KWILERR: Step over in iter " + name() + " step 0 abs norm ", 0), 0u);
+    }
+}
+
+TEST_P(Frame, StepLimitTruncatesTowardZero)
+{
+    p.setInt(OPT_ITER_MAXSTEP, 3);
+    p.setDbl(OPT_ITER_MAXSTEP_SIZE, 0.0199);  // 3 + 1.99
+    EXPECT_EQ(run(), 0);
+    EXPECT_EQ(p.out[1], startLines(4)[1]);
+    p.setInt(OPT_ITER_MAXSTEP, 0);
+    p.setDbl(OPT_ITER_MAXSTEP_SIZE, -0.0099);  // -0.99 truncates to 0
+    EXPECT_EQ(run(), 0);
+    EXPECT_EQ(p.out[1], startLines(0)[1]);
+}
+
+TEST_P(Frame, ReachingTheLimitFailsEvenWhenTheLastStepWouldConverge)
+{
+    ASSERT_EQ(run(), 1);
+    const int k = endLine(p.out, name()).step;
+    ASSERT_GE(k, 2);
+    p.setInt(OPT_ITER_MAXSTEP, k);
+    EXPECT_EQ(run(), 0);
+    const EndLine e = endLine(p.out, name());
+    EXPECT_EQ(e.result, 0);
+    EXPECT_EQ(e.step, k);
+    ASSERT_EQ(p.err.size(), 1u);
+    EXPECT_EQ(p.err[0], fmt("KWILERR: Step over in iter %s step %d abs norm %.4e resolve %.4e",
+                            name().c_str(), k, e.norm, e.tol));
+    p.setInt(OPT_ITER_MAXSTEP, k + 1);
+    EXPECT_EQ(run(), 1);
+    EXPECT_EQ(endLine(p.out, name()).step, k);
+}
+
+TEST_P(Frame, InvalidRTypeCreatesNothingAndLeavesXAlone)
+{
+    std::vector<Cplx> x0(100, Cplx(3.0, GetParam().cplx ? -1.0 : 0.0));
+    for (int rtype : {2, -1}) {
+        p.setX(x0);
+        p.setInt(OPT_ITER_R_TYPE, rtype);
+        const long allocs = comTestAllocCount();
+        EXPECT_EQ(p.runFrom(GetParam().fn), 0);
+        EXPECT_EQ(comTestAllocCount(), allocs);
+        EXPECT_TRUE(p.out.empty());
+        EXPECT_EQ(p.err, std::vector<std::string>{fmt("KWILERR: Invalid r type %d in iter %s solver",
+                                                      rtype, name().c_str())});
+        EXPECT_EQ(values(p.x), x0);
+    }
+}
+
+TEST_P(Frame, RTypeZeroIsDeterministic)
+{
+    p.setInt(OPT_ITER_STEPTRACE, 1);
+    ASSERT_EQ(run(), 1);
+    const std::vector<std::string> out1 = p.out;
+    const std::vector<Cplx> x1 = values(p.x);
+    ASSERT_EQ(run(), 1);
+    EXPECT_EQ(p.out, out1);
+    EXPECT_EQ(memcmp(values(p.x).data(), x1.data(), x1.size() * sizeof(Cplx)), 0);
+    EXPECT_GT(out1.size(), 10u);  // a loop line per step
+}
+
+TEST_P(Frame, RandomShadowResidualConverges)
+{
+    p.setInt(OPT_ITER_R_TYPE, 1);
+    ASSERT_EQ(run(), 1);
+    EXPECT_EQ(p.out[1].substr(p.out[1].size() - 7), "rtype 1");
+    EXPECT_LT(p.error(), 1e-6);
+}
+
+TEST_P(Frame, LoopLinesFollowTheTraceInterval)
+{
+    p.setInt(OPT_ITER_STEPTRACE, 3);
+    ASSERT_EQ(run(), 1);
+    const EndLine e = endLine(p.out, name());
+    const std::string head = "KWILTRC: Iter " + name() + " loop step ";
+    std::vector<int> steps;
+    for (const std::string& l : p.out) {
+        if (l.rfind(head, 0) != 0) continue;
+        int k;
+        double nrm;
+        ASSERT_EQ(sscanf(l.c_str() + head.size(), "%d abs norm %lf", &k, &nrm), 2) << l;
+        EXPECT_EQ(l, fmt("%s%d abs norm %.4e resolve %.4e", head.c_str(), k, nrm, e.tol));
+        steps.push_back(k);
+    }
+    std::vector<int> want;
+    for (int k = 3; k <= e.step; k += 3) want.push_back(k);
+    EXPECT_EQ(steps, want);
+    for (int off : {0, -2}) {
+        p.setInt(OPT_ITER_STEPTRACE, off);
+        ASSERT_EQ(run(), 1);
+        EXPECT_EQ(findLine(p.out, head), "");
+    }
+}
+
+// Stalls at 2e-7 ||r0|| from step 150 on; before that half of ||r0||.
+double stallAt150(int step, double) { return (step < 150 ? 0.5 : 2e-7) * hookNorm0; }
+
+TEST_P(Frame, StallingResidualGivesUpAtTheSecondTest)
+{
+    HookGuard hook(stallAt150);
+    hookNorm0 = norm(p.bv);
+    EXPECT_EQ(run(), 1);
+    const double level = hookNorm0 * (100000.0 * 1e-10);
+    const std::string n = name();
+    ASSERT_GE(p.out.size(), 3u);
+    const std::vector<std::string> tail(p.out.end() - 3, p.out.end());
+    const std::vector<std::string> want = {
+        fmt("KWILTRC: Iter %s give up abs norm %e check %e", n.c_str(), 2e-7 * hookNorm0, level),
+        fmt("KWILTRC:  - prev %e reduct 5.000000e-01 step 400", 2e-7 * hookNorm0),
+        fmt("KWILTRC: Iter %s end 1 step 400 abs norm %.4e resolve %.4e", n.c_str(),
+            2e-7 * hookNorm0, 1e-10 * hookNorm0)};
+    EXPECT_EQ(tail, want);
+    EXPECT_TRUE(p.err.empty());
+}
+
+// At or below the level at 200, above it at 400, below again at 600 and 800.
+double disarmAt400(int step, double)
+{
+    if (step == 400) return 1e-4 * hookNorm0;
+    return (step < 800 ? 1e-6 : 0.9e-6) * hookNorm0;
+}
+
+TEST_P(Frame, ATestAboveTheLevelDisarmsTheMonitor)
+{
+    HookGuard hook(disarmAt400);
+    hookNorm0 = norm(p.bv);
+    EXPECT_EQ(run(), 1);
+    EXPECT_EQ(findLine(p.out, "KWILTRC:  - prev "),
+              fmt("KWILTRC:  - prev %e reduct 5.000000e-01 step 800", 1e-6 * hookNorm0));
+    EXPECT_EQ(endLine(p.out, name()).step, 800);
+}
+
+TEST_P(Frame, GiveupZeroNeverGivesUp)
+{
+    HookGuard hook(stallAt150);
+    hookNorm0 = norm(p.bv);
+    p.setInt(OPT_ITER_GIVEUP, 0);
+    p.setInt(OPT_ITER_MAXSTEP, 700);
+    EXPECT_EQ(run(), 0);
+    // BiCGStab's last computed norm is that of s in the final step.
+    const EndLine e = endLine(p.out, name());
+    EXPECT_EQ(e.step, 700);
+    if (name() != "stab") {
+        EXPECT_EQ(e.norm, std::stod(fmt("%.4e", 2e-7 * hookNorm0)));
+    }
+    EXPECT_EQ(p.err, std::vector<std::string>{fmt(
+                         "KWILERR: Step over in iter %s step 700 abs norm %.4e resolve %.4e",
+                         name().c_str(), e.norm, 1e-10 * hookNorm0)});
+    EXPECT_EQ(findLine(p.out, "KWILTRC: Iter " + name() + " give up"), "");
+}
+
+double infiniteAt3(int step, double norm) { return step == 3 ? HUGE_VAL : norm; }
+
+TEST_P(Frame, InfiniteNormStopsLikeANaN)
+{
+    HookGuard hook(infiniteAt3);
+    EXPECT_EQ(run(), 0);
+    EXPECT_EQ(p.err, std::vector<std::string>{
+                         fmt("KWILERR: Norm nan error in iter %s step 3", name().c_str())});
+    EXPECT_NE(findLine(p.out, "KWILTRC: Iter " + name() + " nan error alpha "), "");
+    EXPECT_EQ(p.out.back(), fmt("KWILTRC: Iter %s end 0 step 3 abs norm inf resolve %.4e",
+                                name().c_str(), 1e-10 * norm(p.bv)));
+}
+
+// Records the monitor's norm and the true residual of the current iterate.
+double recordNorms(int step, double norm)
+{
+    hookSeen.push_back({step, norm});
+    hookTrue.push_back(relResidual(hookProblem->a, hookProblem->bv, values(hookProblem->x)) *
+                       itertest::norm(hookProblem->bv));
+    return norm;
+}
+
+// Runs with the norms recorded; the tolerance is out of reach.
+void recordRun(Problem& p, Solver fn, int correct, int steps)
+{
+    HookGuard hook(recordNorms);
+    hookProblem = &p;
+    hookSeen.clear();
+    hookTrue.clear();
+    p.setInt(OPT_ITER_CORRECT_R, correct);
+    p.setInt(OPT_ITER_MAXSTEP, steps);
+    p.setInt(OPT_ITER_GIVEUP, 0);
+    p.setDbl(OPT_ITER_RESOLVE, 1e-300);
+    EXPECT_EQ(p.run(fn), 0);
+    EXPECT_EQ(hookSeen.size(), static_cast<size_t>(steps - 1));
+}
+
+INSTANTIATE_TEST_SUITE_P(Solvers, Frame, ::testing::ValuesIn(kinds), kindName);
+
+// BiCGStab's recurrence residual drifts from b - A x once it is small; the correction puts the
+// true residual back every ITER_CORRECT_R steps.
+class Correction : public Frame {};
+
+TEST_P(Correction, ReplacesTheRecurrenceResidualAtItsInterval)
+{
+    recordRun(p, GetParam().fn, 7, 150);
+    for (size_t i = 0; i < hookSeen.size(); ++i) {
+        if (hookSeen[i].first % 7 != 0) continue;
+        EXPECT_NEAR(hookSeen[i].second, hookTrue[i], 1e-6 * hookTrue[i]) << hookSeen[i].first;
+    }
+    recordRun(p, GetParam().fn, 0, 150);
+    EXPECT_LT(hookSeen.back().second, 1e-3 * hookTrue.back());
+}
+
+INSTANTIATE_TEST_SUITE_P(Stab, Correction, ::testing::ValuesIn(kinds, kinds + 2), kindName);
+
+TEST(StabL, IgnoresTheCorrectionInterval)
+{
+    Problem p(frameMatrix(true), 100, true, "ITER_PREILU 0\nITER_STEPTRACE 1\n");
+    p.setInt(OPT_ITER_CORRECT_R, 1);
+    ASSERT_EQ(p.run(solvIterStabL), 1);
+    const std::vector<std::string> out1 = p.out;
+    const std::vector<Cplx> x1 = values(p.x);
+    p.setInt(OPT_ITER_CORRECT_R, 0);
+    ASSERT_EQ(p.run(solvIterStabL), 1);
+    EXPECT_EQ(p.out, out1);
+    EXPECT_EQ(values(p.x), x1);
+}
+
+}  // namespace
