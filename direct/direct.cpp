@@ -28,7 +28,7 @@ const char* const kPardisoErrText[12] = {
 // One run of the solver phases on one matrix: the parameter block of pardiso_ and the release
 // that every started run ends with (at the latest when the run goes out of scope).
 class PardisoRun {
-public:
+  public:
     PardisoRun(KwilHandle* handle, ComLinMat* mat) : n_(mat->size)
     {
         const bool real = mat->dataType == LIN_REAL;
@@ -37,8 +37,8 @@ public:
         ia_ = mat->row;
         ja_ = mat->col;
         msglvl_ = comOptInt(handle, OPT_PARDISO_STAT);
-        iparm_[0] = 1;   // the values below are supplied
-        iparm_[1] = 2;   // nested dissection ordering (METIS)
+        iparm_[0] = 1; // the values below are supplied
+        iparm_[1] = 2; // nested dissection ordering (METIS)
         iparm_[7] = comOptInt(handle, OPT_PARDISO_ITER);
         iparm_[9] = comOptInt(handle, OPT_PARDISO_PIVOT);
         iparm_[10] = 1;  // scaling
@@ -60,13 +60,14 @@ public:
     // Phase -1 with dummy vectors, once; its error code is not examined.
     void release()
     {
-        if (!started_) return;
+        if (!started_)
+            return;
         started_ = false;
         call(-1, &dummy_, &dummy_);
     }
     int iparm(int i) const { return iparm_[i]; }
 
-private:
+  private:
     void call(int phase, double* b, double* x)
     {
         const int maxfct = 1, mnum = 1, nrhs = 1;
@@ -88,7 +89,7 @@ private:
     bool started_ = false;
 };
 
-}  // namespace
+} // namespace
 
 int PARDISO_Err(KwilHandle* handle, const char* phase, int error)
 {
@@ -141,7 +142,8 @@ int solvIMKL_PARDISO(KwilHandle* handle, ComLinMat* mat, ComLinVec* vecFix, ComL
         run.release();
         return 0;
     }
-    if (phaseTrace) comTrace(handle, "PARDISO numerical factorization end pivot %d", run.iparm(13));
+    if (phaseTrace)
+        comTrace(handle, "PARDISO numerical factorization end pivot %d", run.iparm(13));
 
     error = run.phase(33, b, x);
     if (error != 0) {
@@ -149,7 +151,8 @@ int solvIMKL_PARDISO(KwilHandle* handle, ComLinMat* mat, ComLinVec* vecFix, ComL
         run.release();
         return 0;
     }
-    if (phaseTrace) comTrace(handle, "PARDISO solution end iter num %d", run.iparm(6));
+    if (phaseTrace)
+        comTrace(handle, "PARDISO solution end iter num %d", run.iparm(6));
 
     run.release();
     return 1;

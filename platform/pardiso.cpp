@@ -41,20 +41,20 @@
 
 namespace {
 
-constexpr int kMagic = 0x4b775064;  // marks a live state behind pt[0]
+constexpr int kMagic = 0x4b775064; // marks a live state behind pt[0]
 
 struct PardisoState {
     int magic;
-    int complex;     // 0: mtype 11 (real), 1: mtype 13 (complex)
+    int complex; // 0: mtype 11 (real), 1: mtype 13 (complex)
     int n;
     int nnz;
-    int* ap;         // n+1 zero-based row pointers of A: column pointers of A^T
-    int* ai;         // nnz zero-based column indices of A: row indices of A^T
-    void* symbolic;  // UMFPACK symbolic object, null before analysis
-    void* numeric;   // UMFPACK numeric object, null before factorisation
-    int* wi;         // solve workspace, n ints, made at the first solve
-    double* w;       // solve workspace, 5n (real) or 10n (complex) doubles
-    long keptBytes;  // bytes of this record and the index copies
+    int* ap;        // n+1 zero-based row pointers of A: column pointers of A^T
+    int* ai;        // nnz zero-based column indices of A: row indices of A^T
+    void* symbolic; // UMFPACK symbolic object, null before analysis
+    void* numeric;  // UMFPACK numeric object, null before factorisation
+    int* wi;        // solve workspace, n ints, made at the first solve
+    double* w;      // solve workspace, 5n (real) or 10n (complex) doubles
+    long keptBytes; // bytes of this record and the index copies
 };
 
 enum PardisoErr {
@@ -101,7 +101,10 @@ int clipInt(double v)
 }
 
 // Doubles of solve workspace per unknown (refinement on).
-long workDoubles(const PardisoState& s) { return s.complex != 0 ? 10 : 5; }
+long workDoubles(const PardisoState& s)
+{
+    return s.complex != 0 ? 10 : 5;
+}
 
 double workBytes(const PardisoState& s)
 {
@@ -110,7 +113,7 @@ double workBytes(const PardisoState& s)
 
 void setControl(const int* iparm, int msglvl, double* control)
 {
-    umfpack_di_defaults(control);  // the same defaults serve umfpack_zi_*
+    umfpack_di_defaults(control); // the same defaults serve umfpack_zi_*
     const bool given = iparm[0] != 0;
     control[UMFPACK_ORDERING] =
         !given || iparm[1] == 2 ? UMFPACK_ORDERING_METIS : UMFPACK_ORDERING_AMD;
@@ -121,7 +124,8 @@ void setControl(const int* iparm, int msglvl, double* control)
 
 void reportInfo(const PardisoState& s, const double* control, const double* info, int msglvl)
 {
-    if (msglvl <= 0) return;
+    if (msglvl <= 0)
+        return;
     if (s.complex != 0) {
         umfpack_zi_report_info(control, info);
     } else {
@@ -131,7 +135,8 @@ void reportInfo(const PardisoState& s, const double* control, const double* info
 
 void freeNumeric(PardisoState& s)
 {
-    if (s.numeric == nullptr) return;
+    if (s.numeric == nullptr)
+        return;
     if (s.complex != 0) {
         umfpack_zi_free_numeric(&s.numeric);
     } else {
@@ -142,7 +147,8 @@ void freeNumeric(PardisoState& s)
 
 void freeState(PardisoState* s)
 {
-    if (s == nullptr) return;
+    if (s == nullptr)
+        return;
     freeNumeric(*s);
     if (s->symbolic != nullptr) {
         if (s->complex != 0) {
@@ -159,20 +165,25 @@ void freeState(PardisoState* s)
     comFree(nullptr, s);
 }
 
-void freeOwned(KwilHandle*, PardisoState* s) { freeState(s); }
+void freeOwned(KwilHandle*, PardisoState* s)
+{
+    freeState(s);
+}
 
 // Releases the state behind pt[0], if it is one of ours, and zeroes the slot.
 void releaseAll(void** pt)
 {
     auto* s = static_cast<PardisoState*>(pt[0]);
-    if (s != nullptr && s->magic == kMagic) freeState(s);
+    if (s != nullptr && s->magic == kMagic)
+        freeState(s);
     pt[0] = nullptr;
 }
 
 PardisoState* liveState(void** pt, int complex, int n)
 {
     auto* s = static_cast<PardisoState*>(pt[0]);
-    if (s == nullptr || s->magic != kMagic || s->complex != complex || s->n != n) return nullptr;
+    if (s == nullptr || s->magic != kMagic || s->complex != complex || s->n != n)
+        return nullptr;
     return s;
 }
 
@@ -181,27 +192,36 @@ int analyse(void** pt, int complex, int n, const double* a, const int* ia, const
             int* iparm, int msglvl)
 {
     releaseAll(pt);
-    if (n <= 0 || ia == nullptr || ja == nullptr) return kInconsistent;
+    if (n <= 0 || ia == nullptr || ja == nullptr)
+        return kInconsistent;
     const int base = iparm[34] != 0 ? 0 : 1;
-    if (ia[0] != base) return kInconsistent;
+    if (ia[0] != base)
+        return kInconsistent;
     for (int i = 0; i < n; ++i) {
-        if (ia[i + 1] < ia[i]) return kInconsistent;
+        if (ia[i + 1] < ia[i])
+            return kInconsistent;
     }
     const long nnz = static_cast<long>(ia[n]) - base;
 
     auto* raw = kwil::comAllocN<PardisoState>(nullptr, 1);
-    if (raw == nullptr) return kNoMemory;
-    *raw = PardisoState{kMagic, complex, n, static_cast<int>(nnz), nullptr, nullptr, nullptr,
-                        nullptr, nullptr, nullptr, 0};
+    if (raw == nullptr)
+        return kNoMemory;
+    *raw =
+        PardisoState{kMagic,  complex, n, static_cast<int>(nnz), nullptr, nullptr, nullptr, nullptr,
+                     nullptr, nullptr, 0};
     kwil::ComOwn<PardisoState, freeOwned> s(nullptr, raw);
     s->ap = kwil::comAllocN<int>(nullptr, n + 1L);
-    if (s->ap == nullptr) return kNoMemory;
+    if (s->ap == nullptr)
+        return kNoMemory;
     s->ai = kwil::comAllocN<int>(nullptr, nnz);
-    if (s->ai == nullptr) return kNoMemory;
-    for (int i = 0; i <= n; ++i) s->ap[i] = ia[i] - base;
-    for (long p = 0; p < nnz; ++p) s->ai[p] = ja[p] - base;
-    s->keptBytes = static_cast<long>(sizeof(PardisoState)) +
-                   static_cast<long>(sizeof(int)) * (n + 1L + nnz);
+    if (s->ai == nullptr)
+        return kNoMemory;
+    for (int i = 0; i <= n; ++i)
+        s->ap[i] = ia[i] - base;
+    for (long p = 0; p < nnz; ++p)
+        s->ai[p] = ja[p] - base;
+    s->keptBytes =
+        static_cast<long>(sizeof(PardisoState)) + static_cast<long>(sizeof(int)) * (n + 1L + nnz);
 
     double control[UMFPACK_CONTROL];
     double info[UMFPACK_INFO];
@@ -211,7 +231,8 @@ int analyse(void** pt, int complex, int n, const double* a, const int* ia, const
             ? umfpack_zi_symbolic(n, n, s->ap, s->ai, a, nullptr, &s->symbolic, control, info)
             : umfpack_di_symbolic(n, n, s->ap, s->ai, a, &s->symbolic, control, info);
     reportInfo(*s, control, info, msglvl);
-    if (status != UMFPACK_OK) return mapStatus(status);
+    if (status != UMFPACK_OK)
+        return mapStatus(status);
 
     const double unit = info[UMFPACK_SIZE_OF_UNIT];
     const double symbolicBytes = info[UMFPACK_SYMBOLIC_SIZE] * unit;
@@ -230,7 +251,8 @@ int analyse(void** pt, int complex, int n, const double* a, const int* ia, const
 // Phase 22: numerical LU factorisation with the values a.
 int factorise(PardisoState& s, const double* a, int* iparm, int msglvl)
 {
-    if (s.symbolic == nullptr || a == nullptr) return kInconsistent;
+    if (s.symbolic == nullptr || a == nullptr)
+        return kInconsistent;
     freeNumeric(s);
     double control[UMFPACK_CONTROL];
     double info[UMFPACK_INFO];
@@ -241,12 +263,12 @@ int factorise(PardisoState& s, const double* a, int* iparm, int msglvl)
             : umfpack_di_numeric(s.ap, s.ai, a, s.symbolic, &s.numeric, control, info);
     reportInfo(s, control, info, msglvl);
     if (status != UMFPACK_OK) {
-        freeNumeric(s);  // also the factors of a singular matrix
+        freeNumeric(s); // also the factors of a singular matrix
         return mapStatus(status);
     }
     const double unit = info[UMFPACK_SIZE_OF_UNIT];
-    iparm[16] = toKb((info[UMFPACK_PEAK_MEMORY] - info[UMFPACK_SYMBOLIC_SIZE]) * unit +
-                     workBytes(s));
+    iparm[16] =
+        toKb((info[UMFPACK_PEAK_MEMORY] - info[UMFPACK_SYMBOLIC_SIZE]) * unit + workBytes(s));
     iparm[17] = clipInt(info[UMFPACK_LNZ] + info[UMFPACK_UNZ] - s.n);
     iparm[18] = clipInt(info[UMFPACK_FLOPS] / 1e6);
     iparm[13] = 0;
@@ -263,7 +285,8 @@ int solve(PardisoState& s, const double* a, int nrhs, const double* b, double* x
     if (s.wi == nullptr) {
         kwil::ComBuf<int> wi(nullptr, s.n);
         kwil::ComBuf<double> w(nullptr, workDoubles(s) * s.n);
-        if (!wi || !w) return kNoMemory;
+        if (!wi || !w)
+            return kNoMemory;
         s.wi = wi.release();
         s.w = w.release();
     }
@@ -275,14 +298,14 @@ int solve(PardisoState& s, const double* a, int nrhs, const double* b, double* x
     for (int k = 0; k < nrhs; ++k) {
         const double* bk = b + k * stride;
         double* xk = x + k * stride;
-        const int status =
-            s.complex != 0
-                ? umfpack_zi_wsolve(UMFPACK_Aat, s.ap, s.ai, a, nullptr, xk, nullptr, bk,
-                                    nullptr, s.numeric, control, info, s.wi, s.w)
-                : umfpack_di_wsolve(UMFPACK_At, s.ap, s.ai, a, xk, bk, s.numeric, control,
-                                    info, s.wi, s.w);
+        const int status = s.complex != 0
+                               ? umfpack_zi_wsolve(UMFPACK_Aat, s.ap, s.ai, a, nullptr, xk, nullptr,
+                                                   bk, nullptr, s.numeric, control, info, s.wi, s.w)
+                               : umfpack_di_wsolve(UMFPACK_At, s.ap, s.ai, a, xk, bk, s.numeric,
+                                                   control, info, s.wi, s.w);
         reportInfo(s, control, info, msglvl);
-        if (status != UMFPACK_OK) return mapStatus(status);
+        if (status != UMFPACK_OK)
+            return mapStatus(status);
         taken = std::max(taken, clipInt(info[UMFPACK_IR_TAKEN]));
     }
     iparm[6] = taken;
@@ -294,57 +317,64 @@ bool supportedRequest(const int* iparm)
     return iparm[0] == 0 || (iparm[5] == 0 && iparm[11] == 0 && iparm[27] == 0);
 }
 
-int runPhase(void** pt, int mtype, int phase, int n, const double* a, const int* ia,
-             const int* ja, int nrhs, int* iparm, int msglvl, double* b, double* x)
+int runPhase(void** pt, int mtype, int phase, int n, const double* a, const int* ia, const int* ja,
+             int nrhs, int* iparm, int msglvl, double* b, double* x)
 {
     if (phase == -1) {
         releaseAll(pt);
         return kOk;
     }
     const int complex = mtype == 13 || mtype == 3 ? 1 : 0;
-    if (complex == 0 && mtype != 11 && mtype != 1) return kInconsistent;
-    if (iparm == nullptr || !supportedRequest(iparm)) return kInconsistent;
+    if (complex == 0 && mtype != 11 && mtype != 1)
+        return kInconsistent;
+    if (iparm == nullptr || !supportedRequest(iparm))
+        return kInconsistent;
     if (phase == 0) {
         PardisoState* s = liveState(pt, complex, n);
-        if (s == nullptr) return kInconsistent;
+        if (s == nullptr)
+            return kInconsistent;
         freeNumeric(*s);
         return kOk;
     }
-    if (phase != 11 && phase != 12 && phase != 13 && phase != 22 && phase != 23 &&
-        phase != 33) {
+    if (phase != 11 && phase != 12 && phase != 13 && phase != 22 && phase != 23 && phase != 33) {
         return kInconsistent;
     }
-    const int first = phase / 10;  // 1 analysis, 2 factorisation, 3 solve
+    const int first = phase / 10; // 1 analysis, 2 factorisation, 3 solve
     const int last = phase % 10;
     if (first == 1) {
         const int err = analyse(pt, complex, n, a, ia, ja, iparm, msglvl);
-        if (err != kOk) return err;
+        if (err != kOk)
+            return err;
     }
     PardisoState* s = liveState(pt, complex, n);
-    if (s == nullptr) return kInconsistent;
+    if (s == nullptr)
+        return kInconsistent;
     if (first <= 2 && last >= 2) {
         const int err = factorise(*s, a, iparm, msglvl);
-        if (err != kOk) return err;
+        if (err != kOk)
+            return err;
     }
-    if (last == 3) return solve(*s, a, nrhs, b, x, iparm, msglvl);
+    if (last == 3)
+        return solve(*s, a, nrhs, b, x, iparm, msglvl);
     return kOk;
 }
 
-}  // namespace
+} // namespace
 
 extern "C" void pardiso_(void* pt, const int* maxfct, const int* mnum, const int* mtype,
                          const int* phase, const int* n, const void* a, const int* ia,
                          const int* ja, int* /*perm*/, const int* nrhs, int* iparm,
                          const int* msglvl, void* b, void* x, int* error)
 {
-    if (error == nullptr) return;
+    if (error == nullptr)
+        return;
     if (pt == nullptr || maxfct == nullptr || mnum == nullptr || mtype == nullptr ||
-        phase == nullptr || n == nullptr || nrhs == nullptr || msglvl == nullptr ||
-        *maxfct < 1 || *mnum != 1) {
+        phase == nullptr || n == nullptr || nrhs == nullptr || msglvl == nullptr || *maxfct < 1 ||
+        *mnum != 1) {
         *error = kInconsistent;
         return;
     }
-    *error = runPhase(static_cast<void**>(pt), *mtype, *phase, *n, static_cast<const double*>(a),
-                      ia, ja, *nrhs, iparm, *msglvl, static_cast<double*>(b),
-                      static_cast<double*>(x));
+    *error =
+        runPhase(static_cast<void**>(pt), *mtype, *phase, *n, static_cast<const double*>(a), ia, ja,
+                 *nrhs, iparm, *msglvl, static_cast<double*>(b), static_cast<double*>(x));
 }
