@@ -25,10 +25,10 @@ struct OptionInfo {
 };
 
 const OptionInfo kOptions[] = {
-    {"USER_I1", true, "0", "free value for the host (also USER_I2 .. USER_I4)"},
-    {"USER_I2", true, "0", ""},
-    {"USER_I3", true, "0", ""},
-    {"USER_I4", true, "0", ""},
+    {"USER_I1", true, "0", "free value for the host, carried and saved"},
+    {"USER_I2", true, "0", "as USER_I1"},
+    {"USER_I3", true, "0", "as USER_I1"},
+    {"USER_I4", true, "0", "as USER_I1"},
     {"FILE_VER", true, "-1", "option file version; an option file must set 1"},
     {"TRACE", true, "0", "non-zero writes the KWILTRC: trace lines"},
     {"SOLVER", true, "0",
@@ -55,10 +55,10 @@ const OptionInfo kOptions[] = {
     {"PARDISO_STAT", true, "0", "message level of the direct solver itself"},
     {"PARDISO_ITER", true, "2", "maximum iterative refinement steps of the direct solve"},
     {"PARDISO_PIVOT", true, "13", "pivot perturbation 10^-value of the direct solve"},
-    {"USER_D1", false, "0.0", "free value for the host (also USER_D2 .. USER_D4)"},
-    {"USER_D2", false, "0.0", ""},
-    {"USER_D3", false, "0.0", ""},
-    {"USER_D4", false, "0.0", ""},
+    {"USER_D1", false, "0.0", "free value for the host, carried and saved"},
+    {"USER_D2", false, "0.0", "as USER_D1"},
+    {"USER_D3", false, "0.0", "as USER_D1"},
+    {"USER_D4", false, "0.0", "as USER_D1"},
     {"REV_DIAGZERO_VAL", false, "1e-12", "value of an inserted diagonal entry"},
     {"CHECK_RESULT_LIM", false, "0.001",
      "limit of the relative residual in the result check; 0 disables it"},
@@ -113,7 +113,6 @@ void printHelp()
         "solve or the check fails, 2 for a bad command line.\n\n"
         "Options (option file lines 'NAME VALUE', or -s NAME=VALUE):\n");
     for (const OptionInfo& o : kOptions) {
-        if (o.meaning[0] == '\0') continue;
         printf("  %-20s %-6s %-9s %s\n", o.name, o.isInt ? "int" : "double", o.def, o.meaning);
     }
 }
