@@ -144,7 +144,9 @@ TEST_P(SolveAllocation, EveryFailureIsReportedAndRecovered)
         } else {
             EXPECT_EQ(r, 0) << sc.name << " allocation " << k << cap.err();
         }
-        if (r == 1) EXPECT_TRUE(solved(h)) << sc.name << " allocation " << k;
+        if (r == 1) {
+            EXPECT_TRUE(solved(h)) << sc.name << " allocation " << k;
+        }
         {
             Capture quiet;
             EXPECT_EQ(kwilSolv(h), 1) << sc.name << " after allocation " << k;
@@ -157,7 +159,9 @@ TEST_P(SolveAllocation, EveryFailureIsReportedAndRecovered)
 }
 
 INSTANTIATE_TEST_SUITE_P(Scenarios, SolveAllocation, ::testing::ValuesIn(kSolveScenarios),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const ::testing::TestParamInfo<Scenario>& p) {
+                             return std::string(p.param.name);
+                         });
 
 // kwilCheckResult on a solved handle (A compressed) and on a fresh one (conversion, clean-up
 // and promotion of both vectors).

@@ -21,18 +21,18 @@ using kwiltest::TempDir;
 namespace {
 
 // One solve of s on a fresh handle with the given option lines; x, result and log kept.
-struct Run {
+struct SolveRun {
     int result = -1;
     std::vector<Cplx> x;
     std::string out, err;
     std::vector<std::string> outLines, errLines;
 };
 
-Run solveWith(const System& s, const std::string& options, bool bComp)
+SolveRun solveWith(const System& s, const std::string& options, bool bComp)
 {
     TempDir dir;
     KwilHandle* h = kwiltest::makeHandle(dir, options);
-    Run run;
+    SolveRun run;
     if (h == nullptr) return run;
     apitest::load(h, s, bComp);
     Capture cap;
@@ -46,7 +46,7 @@ Run solveWith(const System& s, const std::string& options, bool bComp)
     kwilTerm(h);
     return run;
 }
-Run solveWith(const System& s, const std::string& options)
+SolveRun solveWith(const System& s, const std::string& options)
 {
     return solveWith(s, options, s.comp);
 }
@@ -84,7 +84,7 @@ System missingDiagonal()
 TEST(SolveSolvers, TestRunLeavesXZeroAfterTheWarning)
 {
     for (bool comp : {false, true}) {
-        const Run run = solveWith(apitest::convDiff(4, comp), "SOLVER -1\n");
+        const SolveRun run = solveWith(apitest::convDiff(4, comp), "SOLVER -1\n");
         EXPECT_EQ(run.result, 1);
         EXPECT_EQ(run.err, "KWILWRN: Solver test\n");
         ASSERT_EQ(run.x.size(), 16u);
@@ -96,7 +96,7 @@ TEST(SolveSolvers, BiCGStabSolvesRealAndComplexSystems)
 {
     for (bool comp : {false, true}) {
         const System s = apitest::convDiff(12, comp);
-        const Run run = solveWith(s, "SOLVER 0\n");
+        const SolveRun run = solveWith(s, "SOLVER 0\n");
         EXPECT_EQ(run.result, 1) << run.err;
         EXPECT_EQ(run.err, "");
         EXPECT_LE(apitest::relResidual(s, run.x), 1e-9) << "complex " << comp;
@@ -107,7 +107,7 @@ TEST(SolveSolvers, BiCGStabWithoutPreconditionerAndWithFillIn)
 {
     const System s = apitest::convDiff(10, false);
     for (const char* opt : {"ITER_PREILU 0\n", "ILU_FILLIN 1\n"}) {
-        const Run run = solveWith(s, std::string("SOLVER 0\n") + opt);
+        const SolveRun run = solveWith(s, std::string("SOLVER 0\n") + opt);
         EXPECT_EQ(run.result, 1) << opt << run.err;
         EXPECT_LE(apitest::relResidual(s, run.x), 1e-9) << opt;
     }
@@ -117,11 +117,11 @@ TEST(SolveSolvers, SafeSolverSolvesRealSystemsAndRefusesComplexOnes)
 {
     const System real = apitest::convDiff(12, false);
     for (const char* variant : {"", "SAFE_CR 0\nSAFE_CORRECT_Y 0\n"}) {
-        const Run run = solveWith(real, std::string("SOLVER 1\n") + variant);
+        const SolveRun run = solveWith(real, std::string("SOLVER 1\n") + variant);
         EXPECT_EQ(run.result, 1) << variant << run.err;
         EXPECT_LE(apitest::relResidual(real, run.x), 1e-9) << variant;
     }
-    const Run run = solveWith(apitest::convDiff(4, true), "SOLVER 1\n");
+    const SolveRun run = solveWith(apitest::convDiff(4, true), "SOLVER 1\n");
     EXPECT_EQ(run.result, 0);
     EXPECT_EQ(run.err, "KWILERR: Invalid data type in iter safe solver\n");
     EXPECT_TRUE(allZero(run.x));
@@ -131,11 +131,11 @@ TEST(SolveSolvers, BiCGStabLSolvesComplexSystemsAndRefusesRealOnes)
 {
     const System comp = apitest::convDiff(12, true);
     for (int l : {1, 2, 4}) {
-        const Run run = solveWith(comp, "SOLVER 2\nSTABL_L " + std::to_string(l) + "\n");
+        const SolveRun run = solveWith(comp, "SOLVER 2\nSTABL_L " + std::to_string(l) + "\n");
         EXPECT_EQ(run.result, 1) << "L " << l << run.err;
         EXPECT_LE(apitest::relResidual(comp, run.x), 1e-9) << "L " << l;
     }
-    const Run run = solveWith(apitest::convDiff(4, false), "SOLVER 2\n");
+    const SolveRun run = solveWith(apitest::convDiff(4, false), "SOLVER 2\n");
     EXPECT_EQ(run.result, 0);
     EXPECT_EQ(run.err, "KWILERR: Invalid data type in iter stab-l solver\n");
     EXPECT_TRUE(allZero(run.x));
@@ -145,7 +145,7 @@ TEST(SolveSolvers, DirectSolveReachesRoundOffOnRealAndComplexSystems)
 {
     for (bool comp : {false, true}) {
         const System s = apitest::convDiff(15, comp);
-        const Run run = solveWith(s, "SOLVER 10\n");
+        const SolveRun run = solveWith(s, "SOLVER 10\n");
         EXPECT_EQ(run.result, 1) << run.err;
         EXPECT_EQ(run.err, "");
         EXPECT_LE(apitest::backwardError(s, run.x), 1e-15) << "complex " << comp;
@@ -161,7 +161,7 @@ TEST(SolveSolvers, DirectSolveFailuresAreTheSolversLines)
     singular.add(1, 0, 2.0);
     singular.add(1, 1, 4.0);
     singular.rhsOnes();
-    Run run = solveWith(singular, "SOLVER 10\n");
+    SolveRun run = solveWith(singular, "SOLVER 10\n");
     EXPECT_EQ(run.result, 0);
     ASSERT_EQ(run.errLines.size(), 2u) << run.err;
     EXPECT_EQ(run.errLines[0].rfind("KWILERR: PARDISO error in ", 0), 0u) << run.err;
@@ -181,7 +181,7 @@ TEST(SolveSolvers, IluSolveIsExactOnTridiagonalSystems)
         const System s = comp ? apitest::tridiag(50, Cplx(-1.0, 0.5), Cplx(3.0, 1.0),
                                                  Cplx(-0.5, -0.25), true)
                               : apitest::tridiag(50, -1.2, 3.0, -0.7, false);
-        const Run run = solveWith(s, "SOLVER 20\n");
+        const SolveRun run = solveWith(s, "SOLVER 20\n");
         EXPECT_EQ(run.result, 1) << run.err;
         EXPECT_LE(apitest::backwardError(s, run.x), 1e-15) << "complex " << comp;
     }
@@ -190,7 +190,7 @@ TEST(SolveSolvers, IluSolveIsExactOnTridiagonalSystems)
 TEST(SolveSolvers, IluSolveIsOneApplicationOnlyOnAGeneralSystem)
 {
     const System s = apitest::convDiff(8, false);
-    const Run run = solveWith(s, "SOLVER 20\n");
+    const SolveRun run = solveWith(s, "SOLVER 20\n");
     EXPECT_EQ(run.result, 1);
     const double rel = apitest::relResidual(s, run.x);
     EXPECT_GT(rel, 1e-6);  // ILU(0) with fill dropped is no exact solve here
@@ -200,7 +200,7 @@ TEST(SolveSolvers, IluSolveIsOneApplicationOnlyOnAGeneralSystem)
 TEST(SolveSolvers, UnknownSolverValuesFailButStillReplaceX)
 {
     for (int solver : {3, 5, 9, 11, 19, 21, -2, 100}) {
-        const Run run = solveWith(apitest::convDiff(3, true), "SOLVER " + std::to_string(solver));
+        const SolveRun run = solveWith(apitest::convDiff(3, true), "SOLVER " + std::to_string(solver));
         EXPECT_EQ(run.result, 0);
         EXPECT_EQ(run.err, "KWILERR: Unknown solver type " + std::to_string(solver) +
                                " in solver\n");
@@ -216,7 +216,7 @@ TEST(SolveSolvers, IterativeFailureIsTheSolversLine)
     s.add(0, 0, 1.0);
     s.add(1, 1, 1.0);
     s.b = {3.0, 4.0};
-    const Run run = solveWith(s, "SOLVER 0\nITER_MAXSTEP 0\n");
+    const SolveRun run = solveWith(s, "SOLVER 0\nITER_MAXSTEP 0\n");
     EXPECT_EQ(run.result, 0);
     EXPECT_EQ(run.err,
               "KWILERR: Step over in iter stab step 0 abs norm 5.0000e+00 resolve 5.0000e-10\n");
@@ -501,7 +501,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(SolveRepair, WithoutRepairTheIluSolversFindTheMissingDiagonal)
 {
-    Run run = solveWith(missingDiagonal(), "SOLVER 20\n");
+    SolveRun run = solveWith(missingDiagonal(), "SOLVER 20\n");
     EXPECT_EQ(run.result, 0);
     EXPECT_EQ(run.err, "KWILERR: No diag error in ILU 0 solver\n");
     run = solveWith(missingDiagonal(), "SOLVER 0\nREV_DIAGZERO 0\n");
@@ -513,7 +513,7 @@ TEST(SolveRepair, WithoutRepairTheIluSolversFindTheMissingDiagonal)
 TEST(SolveRepair, AFullDiagonalIsNeverChanged)
 {
     const System s = apitest::convDiff(4, false);
-    const Run run = solveWith(s, "TRACE 1\nSOLVER 0\nREV_DIAGZERO 2\n");
+    const SolveRun run = solveWith(s, "TRACE 1\nSOLVER 0\nREV_DIAGZERO 2\n");
     EXPECT_EQ(run.result, 1);
     EXPECT_EQ(run.out.find("Rev diag zero"), std::string::npos);
 }
@@ -548,7 +548,7 @@ TEST(SolveScaling, ScaledSolveMapsBackAndLeavesAAndBAsTheyWere)
 
 TEST(SolveScaling, RefusedScalingSolvesUnscaled)
 {
-    Run run = solveWith(apitest::convDiff(4, true), "TRACE 1\nDIAG_SCALE 1\nSOLVER 10\n");
+    SolveRun run = solveWith(apitest::convDiff(4, true), "TRACE 1\nDIAG_SCALE 1\nSOLVER 10\n");
     EXPECT_EQ(run.result, 1);
     EXPECT_EQ(run.err, "KWILWRN: Not real data in diag scale begin\n");
     EXPECT_EQ(run.out.find("Analyse in diag scale"), std::string::npos);
