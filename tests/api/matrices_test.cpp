@@ -28,7 +28,7 @@ using kwiltest::TempDir;
 namespace {
 
 #if defined(__SANITIZE_ADDRESS__)
-constexpr long kMaxEntries = 40000;  // instrumented builds run several times slower
+constexpr long kMaxEntries = 150000;  // instrumented builds run several times slower
 #else
 constexpr long kMaxEntries = 300000;
 #endif

@@ -214,6 +214,28 @@ TEST_F(Snapshot, IsWrittenAfterAFailedSolverButNotAfterAFailedCheck)
     EXPECT_EQ(saveDirs().size(), 1u);
 }
 
+TEST_F(Snapshot, TheMatrixIsSavedWithTheRepairUndone)
+{
+    // Rows 2 and 3 store no diagonal; SOLVER 5 lies in the iterative range, so the repair runs.
+    System s;
+    s.n = 3;
+    s.add(0, 0, 2.0);
+    s.add(1, 2, 5.0);
+    s.add(2, 1, 7.0);
+    s.b = {2.0, 5.0, 7.0};
+    apitest::load(h, s);
+    ASSERT_EQ(kwilSetOpt(h, "SOLVER", 1, 5, 0.0), 1);
+    EXPECT_EQ(solve(), 0);
+    EXPECT_EQ(kwiltest::readFile("kwilSave0001/matCoef.mtx"),
+              "%%MatrixMarket matrix coordinate real general\n"
+              "3 3 5\n"
+              "1 1 2.00000000000000000000e+00\n"
+              "2 2 0.00000000000000000000e+00\n"
+              "2 3 5.00000000000000000000e+00\n"
+              "3 2 7.00000000000000000000e+00\n"
+              "3 3 0.00000000000000000000e+00\n");
+}
+
 TEST_F(Snapshot, NanResultIsSavedWithTheFailure)
 {
     ASSERT_EQ(kwilSetOpt(h, "SOLVER", 1, 20, 0.0), 1);
