@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -460,6 +461,11 @@ struct RepairCase {
     int revDiagZero;
     bool repaired;
 };
+
+void PrintTo(const RepairCase& c, std::ostream* os)
+{
+    *os << "SOLVER " << c.solver << " REV_DIAGZERO " << c.revDiagZero;
+}
 
 class SolveRepairPolicy : public ::testing::TestWithParam<RepairCase> {};
 
