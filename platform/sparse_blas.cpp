@@ -53,24 +53,26 @@ constexpr long PARALLEL_MIN_WORK = 16384;
 // Most threads a product uses; their boundary rows live in arrays of this length on the stack.
 constexpr int MAX_THREADS = 256;
 
-// Software prefetch distance in entries: the hardware prefetchers alone leave the streams of
-// values and columns well below the bandwidth a triad reaches on one core.
-constexpr int PREFETCH_DISTANCE = 512;
+// Software prefetch distance, in bytes of values: the hardware prefetchers alone leave the
+// streams of values and columns well below the bandwidth a triad reaches on one core.
+constexpr int PREFETCH_BYTES = 4096;
 
-// Prefetches the value and column PREFETCH_DISTANCE entries after p (not beyond last).
+// Prefetches the value and column PREFETCH_BYTES of values after entry p (not beyond last).
 template <class V>
 inline void prefetchAhead(const V* val, const int* col, int p, int last)
 {
-    const int q = last - p > PREFETCH_DISTANCE ? p + PREFETCH_DISTANCE : last;
+    constexpr int ahead = PREFETCH_BYTES / static_cast<int>(sizeof(V));
+    const int q = last - p > ahead ? p + ahead : last;
     __builtin_prefetch(val + q);
     __builtin_prefetch(col + q);
 }
 
-// Prefetches the value and column PREFETCH_DISTANCE entries before p (not before 0).
+// Prefetches the value and column PREFETCH_BYTES of values before entry p (not before 0).
 template <class V>
 inline void prefetchBehind(const V* val, const int* col, int p)
 {
-    const int q = p > PREFETCH_DISTANCE ? p - PREFETCH_DISTANCE : 0;
+    constexpr int behind = PREFETCH_BYTES / static_cast<int>(sizeof(V));
+    const int q = p > behind ? p - behind : 0;
     __builtin_prefetch(val + q);
     __builtin_prefetch(col + q);
 }

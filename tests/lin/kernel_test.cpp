@@ -264,6 +264,11 @@ TEST_P(Kernels, TriangularSolvesMatchTheDenseReference)
             const std::vector<double> mag(n, 1.0);
             expectClose(lintest::values(y.get()), want, mag, upper ? "upper" : "lower");
             EXPECT_EQ(lintest::values(x.get()), xv);
+            // In place, the right-hand side overwritten by the solution, gives the same values.
+            VecPtr z(comLinVecCreate(nullptr, c.dataType, n));
+            comLinVecCopy(nullptr, x.get(), z.get());
+            comLinMatTriSolv(nullptr, upper, a, trans, z.get(), z.get());
+            EXPECT_EQ(lintest::values(z.get()), lintest::values(y.get()));
         }
     }
 }
