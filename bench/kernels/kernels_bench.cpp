@@ -1,9 +1,9 @@
 // Effective bandwidth of the CSR kernels against a STREAM-like triad, on generated 2-D
 // convection-diffusion matrices: one of about 5.2 million entries (DRAM bound) and one that fits
-// in the last-level cache. Like STREAM, every figure is the best single call of a run, which filters out the
-// interruptions of a shared machine. Each kernel's figure is divided by the triad measured with
-// the same thread count on arrays of the same size class, one triad sweep after every kernel
-// call, so that both see the same load from other processes.
+// in the last-level cache. Like STREAM, every figure is the best single call of a run, which
+// filters out the interruptions of a shared machine. Each kernel's figure is divided by the triad
+// measured with the same thread count on arrays of the same size class, one triad sweep after every
+// kernel call, so that both see the same load from other processes.
 //
 // Bytes counted per call: 12 per stored entry (value and column; 20 when complex), 4 per row
 // pointer, the vector x read and y written (8 or 16 bytes per row each). The triad
@@ -45,8 +45,10 @@ ComLinMat* convectionDiffusion(int grid, int dataType, int which)
                            gx < grid - 1 ? i + 1 : -1, gy < grid - 1 ? i + grid : -1};
         const double v[5] = {-1.0 - by * h, -1.0 - bx * h, 4.0 + (bx - by) * h, -1.0, -1.0};
         for (int k = 0; k < 5; ++k) {
-            if (nb[k] < 0) continue;
-            if ((which == 1 && nb[k] > i) || (which == 2 && nb[k] < i)) continue;
+            if (nb[k] < 0)
+                continue;
+            if ((which == 1 && nb[k] > i) || (which == 2 && nb[k] < i))
+                continue;
             col.push_back(nb[k] + 1);
             re.push_back(v[k]);
             im.push_back(k == 2 ? 0.3 : 0.05 * (k + 1));
@@ -55,8 +57,10 @@ ComLinMat* convectionDiffusion(int grid, int dataType, int which)
     ptr[n] = static_cast<int>(col.size()) + 1;
     const int nnz = static_cast<int>(col.size());
     ComLinMat* a = comLinMatCreate(nullptr, MAT_CSR, dataType, n, nnz);
-    if (a == nullptr) return nullptr;
-    for (int i = 0; i <= n; ++i) a->row[i] = ptr[i];
+    if (a == nullptr)
+        return nullptr;
+    for (int i = 0; i <= n; ++i)
+        a->row[i] = ptr[i];
     for (int p = 0; p < nnz; ++p) {
         a->col[p] = col[p];
         if (dataType == LIN_REAL) {
@@ -75,7 +79,8 @@ ComLinMat* matrix(int grid, int dataType, int which)
     static std::map<int, ComLinMat*> cache;
     const int key = (grid * 2 + dataType) * 3 + which;
     auto it = cache.find(key);
-    if (it != cache.end()) return it->second;
+    if (it != cache.end())
+        return it->second;
     return cache[key] = convectionDiffusion(grid, dataType, which);
 }
 
@@ -98,18 +103,23 @@ struct Triad {
         const double* pc = c.data();
         const double t0 = omp_get_wtime();
 #pragma omp parallel for schedule(static)
-        for (long i = 0; i < n; ++i) pa[i] = pb[i] + 3.0 * pc[i];
+        for (long i = 0; i < n; ++i)
+            pa[i] = pb[i] + 3.0 * pc[i];
         benchmark::DoNotOptimize(pa);
         return omp_get_wtime() - t0;
     }
-    double bytes() const { return 24.0 * static_cast<double>(a.size()); }
+    double bytes() const
+    {
+        return 24.0 * static_cast<double>(a.size());
+    }
 };
 
 Triad& triad(long n)
 {
     static std::map<long, Triad*> cache;
     auto it = cache.find(n);
-    if (it != cache.end()) return *it->second;
+    if (it != cache.end())
+        return *it->second;
     return *(cache[n] = new Triad(n));
 }
 
@@ -166,8 +176,9 @@ void runKernel(benchmark::State& state)
     state.counters["triadGB/s"] = triadBw / 1e9;
     state.counters["ratio"] = bw / triadBw;
     const char* names[] = {"product", "transposed", "lowerSolve", "upperSolve"};
-    const std::string label = std::string(names[kernel]) + (dataType == LIN_REAL ? " real" : " complex") +
-                              (grid == LARGE_GRID ? " large" : " cached") + " t" + std::to_string(threads);
+    const std::string label =
+        std::string(names[kernel]) + (dataType == LIN_REAL ? " real" : " complex") +
+        (grid == LARGE_GRID ? " large" : " cached") + " t" + std::to_string(threads);
     results()[label] = {bw, triadBw};
     comLinVecDelete(nullptr, x);
     comLinVecDelete(nullptr, y);
@@ -190,7 +201,7 @@ void registerAll()
     }
 }
 
-}  // namespace
+} // namespace
 
 int main(int argc, char** argv)
 {
