@@ -331,6 +331,23 @@ TEST_P(Frame, StallingResidualGivesUpAtTheSecondTest)
     EXPECT_TRUE(p.err.empty());
 }
 
+TEST_P(Frame, WithTheTraceOffOnlyErrorsAreWritten)
+{
+    p.setInt(OPT_TRACE, 0);
+    {
+        HookGuard hook(stallAt150);
+        hookNorm0 = norm(p.bv);
+        EXPECT_EQ(run(), 1); // gave up: as silent as convergence
+        EXPECT_TRUE(p.out.empty());
+        EXPECT_TRUE(p.err.empty());
+    }
+    p.setInt(OPT_ITER_MAXSTEP, 0);
+    EXPECT_EQ(run(), 0);
+    EXPECT_TRUE(p.out.empty());
+    ASSERT_EQ(p.err.size(), 1u);
+    EXPECT_EQ(p.err[0].rfind("KWILERR: Step over in iter " + name() + " step 0 ", 0), 0u);
+}
+
 // At or below the level at 200, above it at 400, below again at 600 and 800.
 double disarmAt400(int step, double)
 {
