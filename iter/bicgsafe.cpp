@@ -11,7 +11,10 @@ using kwil::IterFrame;
 const ComComplex kOne{1.0, 0.0};
 const ComComplex kZero{0.0, 0.0};
 
-ComComplex c(double v) { return ComComplex{v, 0.0}; }
+ComComplex c(double v)
+{
+    return ComComplex{v, 0.0};
+}
 
 double dot(KwilHandle* handle, const ComLinVec* x, const ComLinVec* y)
 {
@@ -24,13 +27,15 @@ void mul(KwilHandle* handle, const ComLinMat* a, const ComLinVec* x, ComLinVec* 
     comLinMatCalcVec(handle, kOne, a, 0, x, kZero, y);
 }
 
-}  // namespace
+} // namespace
 
 int solvIterSafe(KwilHandle* handle, const ComLinMat* a, const ComLinVec* b, ComLinVec* x)
 {
-    if (a->dataType != LIN_REAL) return comErr(handle, "Invalid data type in iter safe solver");
+    if (a->dataType != LIN_REAL)
+        return comErr(handle, "Invalid data type in iter safe solver");
     IterFrame f(handle, a, b, x, "safe");
-    if (!f.readOptions()) return 0;
+    if (!f.readOptions())
+        return 0;
     const int cr = f.intOpt(OPT_SAFE_CR);
     const int correctY = f.intOpt(OPT_SAFE_CORRECT_Y);
     ComLinVec *r, *rt, *p, *u, *z, *y, *ar, *ap, *au, *s;
@@ -40,14 +45,14 @@ int solvIterSafe(KwilHandle* handle, const ComLinMat* a, const ComLinVec* b, Com
         !f.addVec(&s, false, 0.0)) {
         return f.vecError();
     }
-    if (!f.buildIlu()) return 0;
-    ComLinVec* rh = r;  // M^-1 r, or r itself without preconditioning
-    ComLinVec* arh = ar;  // A M^-1 r, or A r
+    if (!f.buildIlu())
+        return 0;
+    ComLinVec* rh = r;   // M^-1 r, or r itself without preconditioning
+    ComLinVec* arh = ar; // A M^-1 r, or A r
     ComLinVec *t1 = nullptr, *t2 = nullptr, *t3 = nullptr;
     if (f.preconditioned() &&
-        (!f.addVec(&rh, false, 0.0) || !f.addVec(&arh, false, 0.0) ||
-         !f.addVec(&t1, false, 0.0) || !f.addVec(&t2, false, 0.0) ||
-         !f.addVec(&t3, false, 0.0))) {
+        (!f.addVec(&rh, false, 0.0) || !f.addVec(&arh, false, 0.0) || !f.addVec(&t1, false, 0.0) ||
+         !f.addVec(&t2, false, 0.0) || !f.addVec(&t3, false, 0.0))) {
         return f.vecError();
     }
     f.seed();
@@ -67,7 +72,7 @@ int solvIterSafe(KwilHandle* handle, const ComLinMat* a, const ComLinVec* b, Com
         rho = dot(handle, r, rt);
     } else {
         rho = dot(handle, ar, rt);
-        comLinMatCalcVec(handle, kOne, a, 1, rt, kZero, s);  // s = A^T rt
+        comLinMatCalcVec(handle, kOne, a, 1, rt, kZero, s); // s = A^T rt
     }
     f.start(comLinVecCalcNorm2(handle, r));
     comTrace(handle, " - safe cr %d correct y %d", cr, correctY);
@@ -86,10 +91,11 @@ int solvIterSafe(KwilHandle* handle, const ComLinMat* a, const ComLinVec* b, Com
                 refresh();
             }
             const int res = f.monitor(k, comLinVecCalcNorm2(handle, r), [&] {
-                comTrace(handle, "Iter safe nan error alpha %e beta %e zeta %e eta %e", alpha,
-                         beta, zeta, eta);
+                comTrace(handle, "Iter safe nan error alpha %e beta %e zeta %e eta %e", alpha, beta,
+                         zeta, eta);
             });
-            if (res != kwil::ITER_GO) return f.end(res, k);
+            if (res != kwil::ITER_GO)
+                return f.end(res, k);
             // p = beta (p - u) + rh; Ap = beta (Ap - Au) + Arh
             comLinVecCalcScal(handle, c(beta), p);
             comLinVecCalcVec(handle, c(-beta), u, p);
@@ -129,18 +135,21 @@ int solvIterSafe(KwilHandle* handle, const ComLinMat* a, const ComLinVec* b, Com
             }
         }
         mul(handle, a, u, au);
-        if (correctY == 0) {  // y = eta y - alpha Au + zeta Arh
-            if (k >= 1) comLinVecCalcScal(handle, c(eta), y);
+        if (correctY == 0) { // y = eta y - alpha Au + zeta Arh
+            if (k >= 1)
+                comLinVecCalcScal(handle, c(eta), y);
             comLinVecCalcVec(handle, c(-alpha), au, y);
             comLinVecCalcVec(handle, c(zeta), arh, y);
         }
         // z = eta z - alpha u + zeta rh
-        if (k >= 1) comLinVecCalcScal(handle, c(eta), z);
+        if (k >= 1)
+            comLinVecCalcScal(handle, c(eta), z);
         comLinVecCalcVec(handle, c(-alpha), u, z);
         comLinVecCalcVec(handle, c(zeta), rh, z);
-        if (correctY != 0) mul(handle, a, z, y);
-        comLinVecCalcVec2(handle, c(alpha), p, kOne, z, x);  // x = x + z + alpha p
-        comLinVecCalcVec(handle, c(-1.0), y, r);             // r = r - y - alpha Ap
+        if (correctY != 0)
+            mul(handle, a, z, y);
+        comLinVecCalcVec2(handle, c(alpha), p, kOne, z, x); // x = x + z + alpha p
+        comLinVecCalcVec(handle, c(-1.0), y, r);            // r = r - y - alpha Ap
         comLinVecCalcVec(handle, c(-alpha), ap, r);
         refresh();
         const double rhoNew = dot(handle, cr == 0 ? r : ar, rt);

@@ -18,17 +18,20 @@ const ComComplex kZero{0.0, 0.0};
 
 // The vector tables rh_0..rh_l and uh_0..uh_l; every vector made is deleted with the tables.
 class VecTables {
-public:
-    VecTables(KwilHandle* handle, long n)
-        : handle_(handle), n_(n), rh_(handle, n), uh_(handle, n)
+  public:
+    VecTables(KwilHandle* handle, long n) : handle_(handle), n_(n), rh_(handle, n), uh_(handle, n)
     {
-        for (long j = 0; rh_ && j < n; ++j) rh_[j] = nullptr;
-        for (long j = 0; uh_ && j < n; ++j) uh_[j] = nullptr;
+        for (long j = 0; rh_ && j < n; ++j)
+            rh_[j] = nullptr;
+        for (long j = 0; uh_ && j < n; ++j)
+            uh_[j] = nullptr;
     }
     ~VecTables()
     {
-        if (!rh_ || !uh_) return;
-        for (long j = 0; j < n_; ++j) comLinVecsDelete(handle_, rh_[j], uh_[j], nullptr, nullptr);
+        if (!rh_ || !uh_)
+            return;
+        for (long j = 0; j < n_; ++j)
+            comLinVecsDelete(handle_, rh_[j], uh_[j], nullptr, nullptr);
     }
     VecTables(const VecTables&) = delete;
     VecTables& operator=(const VecTables&) = delete;
@@ -38,16 +41,18 @@ public:
     {
         for (long j = 0; j < n_; ++j) {
             rh_[j] = comLinVecCreateInit(handle_, LIN_COMP, size, kZero);
-            if (rh_[j] == nullptr) return false;
+            if (rh_[j] == nullptr)
+                return false;
             uh_[j] = comLinVecCreateInit(handle_, LIN_COMP, size, kZero);
-            if (uh_[j] == nullptr) return false;
+            if (uh_[j] == nullptr)
+                return false;
         }
         return true;
     }
     ComLinVec* r(long j) const { return rh_[j]; }
     ComLinVec* u(long j) const { return uh_[j]; }
 
-private:
+  private:
     KwilHandle* handle_;
     long n_;
     kwil::ComBuf<ComLinVec*> rh_;
@@ -61,15 +66,18 @@ ComComplex bilinear(KwilHandle* handle, const ComLinVec* x, const ComLinVec* y)
     return result;
 }
 
-}  // namespace
+} // namespace
 
 int solvIterStabL(KwilHandle* handle, const ComLinMat* a, const ComLinVec* b, ComLinVec* x)
 {
-    if (a->dataType != LIN_COMP) return comErr(handle, "Invalid data type in iter stab-l solver");
+    if (a->dataType != LIN_COMP)
+        return comErr(handle, "Invalid data type in iter stab-l solver");
     IterFrame f(handle, a, b, x, "stab-l");
-    if (!f.readOptions()) return 0;
+    if (!f.readOptions())
+        return 0;
     const int ell = f.intOpt(OPT_STABL_L);
-    if (ell < 1) return comErr(handle, "Invalid l %d in iter stab-l solver", ell);
+    if (ell < 1)
+        return comErr(handle, "Invalid l %d in iter stab-l solver", ell);
     f.useCycles(ell);
 
     const long n1 = static_cast<long>(ell) + 1;
@@ -78,8 +86,10 @@ int solvIterStabL(KwilHandle* handle, const ComLinMat* a, const ComLinVec* b, Co
     if (!sigma || !gamma || !gamma1 || !gamma2 || !tau) {
         return comErr(handle, "Double data create error in iter stab-l solver");
     }
-    for (long i = 0; i < n1; ++i) sigma[i] = gamma[i] = gamma1[i] = gamma2[i] = kZero;
-    for (long i = 0; i < n1 * n1; ++i) tau[i] = kZero;
+    for (long i = 0; i < n1; ++i)
+        sigma[i] = gamma[i] = gamma1[i] = gamma2[i] = kZero;
+    for (long i = 0; i < n1 * n1; ++i)
+        tau[i] = kZero;
     auto t = [&](long i, long j) -> ComComplex& { return tau[i * n1 + j]; };
 
     VecTables tab(handle, n1);
@@ -87,8 +97,10 @@ int solvIterStabL(KwilHandle* handle, const ComLinMat* a, const ComLinVec* b, Co
         return comErr(handle, "Vector matrix data create error in iter stab-l solver");
     }
     ComLinVec* rt;
-    if (!tab.create(a->size) || !f.addVec(&rt, true, 1.0)) return f.vecError();
-    if (!f.buildIlu()) return 0;
+    if (!tab.create(a->size) || !f.addVec(&rt, true, 1.0))
+        return f.vecError();
+    if (!f.buildIlu())
+        return 0;
     ComLinVec *w = nullptr, *ph = nullptr;
     if (f.preconditioned() && (!f.addVec(&w, false, 0.0) || !f.addVec(&ph, false, 0.0))) {
         return f.vecError();
@@ -113,7 +125,8 @@ int solvIterStabL(KwilHandle* handle, const ComLinMat* a, const ComLinVec* b, Co
     auto cycle = [&](int m) -> int {
         const int step0 = ell * m;
         rho0 = cneg(cmul(rho0, omega));
-        if (broken) return comErr(handle, "Breakdown error in iter stab-l step %d", step0);
+        if (broken)
+            return comErr(handle, "Breakdown error in iter stab-l step %d", step0);
         for (int j = 0; j < ell; ++j) {
             const ComComplex rho1 = bilinear(handle, tab.r(j), rt);
             if (cisZero(rho0)) {
@@ -123,7 +136,7 @@ int solvIterStabL(KwilHandle* handle, const ComLinMat* a, const ComLinVec* b, Co
             }
             beta = cmul(alpha, cdiv(rho1, rho0));
             rho0 = rho1;
-            for (int i = 0; i <= j; ++i) {  // uh_i = rh_i - beta uh_i
+            for (int i = 0; i <= j; ++i) { // uh_i = rh_i - beta uh_i
                 comLinVecCalcScal(handle, cneg(beta), tab.u(i));
                 comLinVecCalcVec(handle, kOne, tab.r(i), tab.u(i));
             }
@@ -135,11 +148,12 @@ int solvIterStabL(KwilHandle* handle, const ComLinMat* a, const ComLinVec* b, Co
                 return 1;
             }
             alpha = cdiv(rho0, eta);
-            for (int i = 0; i <= j; ++i) comLinVecCalcVec(handle, cneg(alpha), tab.u(i + 1), tab.r(i));
+            for (int i = 0; i <= j; ++i)
+                comLinVecCalcVec(handle, cneg(alpha), tab.u(i + 1), tab.r(i));
             amul(tab.r(j), tab.r(j + 1));
             comLinVecCalcVec(handle, alpha, tab.u(0), x);
         }
-        for (int j = 1; j <= ell; ++j) {  // modified Gram-Schmidt on rh_1..rh_l
+        for (int j = 1; j <= ell; ++j) { // modified Gram-Schmidt on rh_1..rh_l
             for (int i = 1; i < j; ++i) {
                 t(i, j) = cdiv(bilinear(handle, tab.r(j), tab.r(i)), sigma[i]);
                 comLinVecCalcVec(handle, cneg(t(i, j)), tab.r(i), tab.r(j));
@@ -154,7 +168,7 @@ int solvIterStabL(KwilHandle* handle, const ComLinMat* a, const ComLinVec* b, Co
         }
         gamma[ell] = gamma1[ell];
         omega = gamma[ell];
-        for (int j = ell - 1; j >= 1; --j) {  // gamma_j = gamma'_j - sum tau_ji gamma_i
+        for (int j = ell - 1; j >= 1; --j) { // gamma_j = gamma'_j - sum tau_ji gamma_i
             double sre = 0.0, sim = 0.0;
             for (int i = j + 1; i <= ell; ++i) {
                 const ComComplex q = cmul(t(j, i), gamma[i]);
@@ -163,7 +177,7 @@ int solvIterStabL(KwilHandle* handle, const ComLinMat* a, const ComLinVec* b, Co
             }
             gamma[j] = ComComplex{gamma1[j].re - sre, gamma1[j].im - sim};
         }
-        for (int j = 1; j < ell; ++j) {  // gamma''_j = sum tau_ji gamma_i+1 + gamma_j+1
+        for (int j = 1; j < ell; ++j) { // gamma''_j = sum tau_ji gamma_i+1 + gamma_j+1
             double sre = 0.0, sim = 0.0;
             for (int i = j + 1; i < ell; ++i) {
                 const ComComplex q = cmul(t(j, i), gamma[i + 1]);
@@ -184,7 +198,8 @@ int solvIterStabL(KwilHandle* handle, const ComLinMat* a, const ComLinVec* b, Co
     };
     // x holds y of A M^-1 y = b; a successful solve maps it back to x = M^-1 y.
     auto finish = [&](int result, int m) {
-        if (result == 1 && f.preconditioned()) f.applyM(x, w, x);
+        if (result == 1 && f.preconditioned())
+            f.applyM(x, w, x);
         return f.end(result, m);
     };
 
@@ -197,9 +212,11 @@ int solvIterStabL(KwilHandle* handle, const ComLinMat* a, const ComLinVec* b, Co
                          omega.re, omega.im);
                 comTrace(handle, " -  rho (%.4e %.4e)", rho0.re, rho0.im);
             });
-            if (res != kwil::ITER_GO) return finish(res, m);
+            if (res != kwil::ITER_GO)
+                return finish(res, m);
         }
-        if (!cycle(m)) return finish(0, m);
+        if (!cycle(m))
+            return finish(0, m);
     }
     return finish(f.stepOver(m), m);
 }

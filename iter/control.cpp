@@ -26,11 +26,12 @@ int wrapMul(int a, int b)
 int stepLimit(int maxStep, double maxStepSize, int n)
 {
     const double v = static_cast<double>(maxStep) + static_cast<double>(n) * maxStepSize;
-    if (v > -2147483649.0 && v < 2147483648.0) return static_cast<int>(v);
+    if (v > -2147483649.0 && v < 2147483648.0)
+        return static_cast<int>(v);
     return INT_MIN;
 }
 
-}  // namespace
+} // namespace
 
 bool iterNormBad(double norm)
 {
@@ -40,21 +41,25 @@ bool iterNormBad(double norm)
     return (bits & exponent) == exponent;
 }
 
-void iterTestSetNormHook(IterNormHook hook) { normHook = hook; }
+void iterTestSetNormHook(IterNormHook hook)
+{
+    normHook = hook;
+}
 
 IterFrame::IterFrame(KwilHandle* handle, const ComLinMat* a, const ComLinVec* b, ComLinVec* x,
                      const char* name)
     : handle_(handle), a_(a), b_(b), x_(x), name_(name), vecs_{}, nvecs_(0), l_(nullptr),
-      u_(nullptr), preIlu_(0), correctR_(0), stepTrace_(0), rType_(0), giveup_(0),
-      resolve_(0.0), giveupFactor_(0.0), giveupReduct_(0.0), limit_(0), unit_(1),
-      cycles_(false), traceEvery_(0), giveupEvery_(0), norm0_(0.0), tol_(0.0),
-      giveupLevel_(0.0), norm_(0.0), armed_(0), prevNorm_(0.0)
+      u_(nullptr), preIlu_(0), correctR_(0), stepTrace_(0), rType_(0), giveup_(0), resolve_(0.0),
+      giveupFactor_(0.0), giveupReduct_(0.0), limit_(0), unit_(1), cycles_(false), traceEvery_(0),
+      giveupEvery_(0), norm0_(0.0), tol_(0.0), giveupLevel_(0.0), norm_(0.0), armed_(0),
+      prevNorm_(0.0)
 {
 }
 
 IterFrame::~IterFrame()
 {
-    for (int i = 0; i < nvecs_; ++i) comLinVecDelete(handle_, vecs_[i]);
+    for (int i = 0; i < nvecs_; ++i)
+        comLinVecDelete(handle_, vecs_[i]);
     comLinMatDelete(handle_, l_);
     comLinMatDelete(handle_, u_);
 }
@@ -86,9 +91,11 @@ void IterFrame::useCycles(int ell)
     limit_ /= ell;
     if (stepTrace_ > 0) {
         traceEvery_ = stepTrace_ / ell;
-        if (traceEvery_ == 0) traceEvery_ = 1;
+        if (traceEvery_ == 0)
+            traceEvery_ = 1;
     }
-    if (giveup_ > 0) giveupEvery_ = giveup_ / ell;  // 0 when ell exceeds it: never
+    if (giveup_ > 0)
+        giveupEvery_ = giveup_ / ell; // 0 when ell exceeds it: never
 }
 
 bool IterFrame::addVec(ComLinVec** v, bool fill, double value)
@@ -96,7 +103,8 @@ bool IterFrame::addVec(ComLinVec** v, bool fill, double value)
     comAssert(handle_, nvecs_ < kMaxVecs, "Too many work vectors in iter %s solver", name_);
     *v = fill ? comLinVecCreateInit(handle_, a_->dataType, a_->size, ComComplex{value, 0.0})
               : comLinVecCreate(handle_, a_->dataType, a_->size);
-    if (*v == nullptr) return false;
+    if (*v == nullptr)
+        return false;
     vecs_[nvecs_++] = *v;
     return true;
 }
@@ -108,7 +116,8 @@ int IterFrame::vecError() const
 
 int IterFrame::buildIlu()
 {
-    if (preIlu_ == 0) return 1;
+    if (preIlu_ == 0)
+        return 1;
     ComLinMat* l = nullptr;
     ComLinMat* u = nullptr;
     if (!comToolILU(handle_, a_, &l, &u)) {
@@ -121,11 +130,14 @@ int IterFrame::buildIlu()
 
 void IterFrame::applyM(const ComLinVec* z, ComLinVec* w, ComLinVec* out) const
 {
-    comLinMatTriSolv(handle_, 0, l_, 0, z, w);  // L w = z
-    comLinMatTriSolv(handle_, 1, u_, 0, w, out);  // U out = w
+    comLinMatTriSolv(handle_, 0, l_, 0, z, w);   // L w = z
+    comLinMatTriSolv(handle_, 1, u_, 0, w, out); // U out = w
 }
 
-void IterFrame::seed() const { srand(static_cast<unsigned>(time(nullptr))); }
+void IterFrame::seed() const
+{
+    srand(static_cast<unsigned>(time(nullptr)));
+}
 
 void IterFrame::residual(ComLinVec* r) const
 {
@@ -168,8 +180,8 @@ void IterFrame::start(double norm0)
                  norm0);
         comTrace(handle_, " - resolve %.4e max k %d correct r %d rtype %d", resolve_, limit_,
                  correctR_, rType_);
-        comTrace(handle_, " - giveup %d check %.4e reduct %.4e", giveup_,
-                 giveupFactor_ * resolve_, giveupReduct_);
+        comTrace(handle_, " - giveup %d check %.4e reduct %.4e", giveup_, giveupFactor_ * resolve_,
+                 giveupReduct_);
     }
 }
 
@@ -180,8 +192,7 @@ double IterFrame::hooked(int count, double nrm) const
 
 void IterFrame::loopLine(int step) const
 {
-    comTrace(handle_, "Iter %s loop step %d abs norm %.4e resolve %.4e", name_, step, norm_,
-             tol_);
+    comTrace(handle_, "Iter %s loop step %d abs norm %.4e resolve %.4e", name_, step, norm_, tol_);
 }
 
 int IterFrame::nanError(int step) const
@@ -202,12 +213,12 @@ int IterFrame::end(int result, int count) const
     return result;
 }
 
-}  // namespace kwil
+} // namespace kwil
 
 int giveupCheck(KwilHandle* handle, double level, double norm, int* armed, double* prevNorm,
                 double reduct, const char* name, int step)
 {
-    if (norm > level) {  // above the watched level: disarm
+    if (norm > level) { // above the watched level: disarm
         *armed = 0;
         return 0;
     }

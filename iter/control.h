@@ -17,19 +17,49 @@ inline ComComplex cdiv(ComComplex a, ComComplex b)
     const double d = b.re * b.re + b.im * b.im;
     return ComComplex{(b.re * a.re + b.im * a.im) / d, (b.re * a.im - b.im * a.re) / d};
 }
-inline ComComplex cneg(ComComplex a) { return ComComplex{-a.re, -a.im}; }
+inline ComComplex cneg(ComComplex a)
+{
+    return ComComplex{-a.re, -a.im};
+}
 // Both parts compare equal to 0.0 (a NaN part is not zero).
-inline bool cisZero(ComComplex a) { return a.re == 0.0 && a.im == 0.0; }
+inline bool cisZero(ComComplex a)
+{
+    return a.re == 0.0 && a.im == 0.0;
+}
 
 // Scalar arithmetic for the solvers written once for double and ComComplex.
-inline double sMul(double a, double b) { return a * b; }
-inline ComComplex sMul(ComComplex a, ComComplex b) { return cmul(a, b); }
-inline double sDiv(double a, double b) { return a / b; }
-inline ComComplex sDiv(ComComplex a, ComComplex b) { return cdiv(a, b); }
-inline double sNeg(double a) { return -a; }
-inline ComComplex sNeg(ComComplex a) { return cneg(a); }
-inline ComComplex toCom(double a) { return ComComplex{a, 0.0}; }
-inline ComComplex toCom(ComComplex a) { return a; }
+inline double sMul(double a, double b)
+{
+    return a * b;
+}
+inline ComComplex sMul(ComComplex a, ComComplex b)
+{
+    return cmul(a, b);
+}
+inline double sDiv(double a, double b)
+{
+    return a / b;
+}
+inline ComComplex sDiv(ComComplex a, ComComplex b)
+{
+    return cdiv(a, b);
+}
+inline double sNeg(double a)
+{
+    return -a;
+}
+inline ComComplex sNeg(ComComplex a)
+{
+    return cneg(a);
+}
+inline ComComplex toCom(double a)
+{
+    return ComComplex{a, 0.0};
+}
+inline ComComplex toCom(ComComplex a)
+{
+    return a;
+}
 // <x, y>: the real dot product, or sum conj(x_i) y_i for complex vectors.
 inline void iterDot(KwilHandle* handle, const ComLinVec* x, const ComLinVec* y, double* out)
 {
@@ -53,7 +83,7 @@ constexpr int ITER_GO = -1;
 // One solve's frame. The solver creates its work vectors through addVec, which the frame owns
 // and deletes (with the ILU factors) when it goes out of scope, on every ending.
 class IterFrame {
-public:
+  public:
     IterFrame(KwilHandle* handle, const ComLinMat* a, const ComLinVec* b, ComLinVec* x,
               const char* name);
     ~IterFrame();
@@ -87,18 +117,19 @@ public:
 
     // Residual monitor after count steps (cycles): trace, NaN stop, convergence and give-up.
     // nanLines writes the solver's diagnostic lines before the norm-NaN message.
-    template <class NanLines>
-    int monitor(int count, double nrm, NanLines nanLines)
+    template <class NanLines> int monitor(int count, double nrm, NanLines nanLines)
     {
         nrm = hooked(count, nrm);
         norm_ = nrm;
         const int step = count * unit_;
-        if (traceEvery_ > 0 && count % traceEvery_ == 0) loopLine(step);
+        if (traceEvery_ > 0 && count % traceEvery_ == 0)
+            loopLine(step);
         if (iterNormBad(nrm)) {
             nanLines();
             return nanError(step);
         }
-        if (nrm <= tol_) return 1;
+        if (nrm <= tol_)
+            return 1;
         if (giveupEvery_ > 0 && count % giveupEvery_ == 0 &&
             giveupCheck(handle_, giveupLevel_, nrm, &armed_, &prevNorm_, giveupReduct_, name_,
                         step)) {
@@ -116,7 +147,7 @@ public:
     int limit() const { return limit_; }
     int intOpt(ComOptIntKey key) const { return comOptInt(handle_, key); }
 
-private:
+  private:
     double hooked(int count, double nrm) const;
     void loopLine(int step) const;
     int nanError(int step) const;
@@ -141,18 +172,18 @@ private:
     double resolve_;
     double giveupFactor_;
     double giveupReduct_;
-    int limit_;        // in steps, or in cycles after useCycles
-    int unit_;         // steps per count: 1, or ell
-    bool cycles_;      // counting in cycles (the stab-l forms of the start lines)
-    int traceEvery_;   // loop-line interval in counts
-    int giveupEvery_;  // give-up interval in counts
+    int limit_;       // in steps, or in cycles after useCycles
+    int unit_;        // steps per count: 1, or ell
+    bool cycles_;     // counting in cycles (the stab-l forms of the start lines)
+    int traceEvery_;  // loop-line interval in counts
+    int giveupEvery_; // give-up interval in counts
 
     double norm0_;
     double tol_;
     double giveupLevel_;
-    double norm_;  // most recently computed residual norm
+    double norm_; // most recently computed residual norm
     int armed_;
     double prevNorm_;
 };
 
-}  // namespace kwil
+} // namespace kwil

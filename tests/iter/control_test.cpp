@@ -34,7 +34,7 @@ GiveupRun giveup(KwilHandle* h, double level, double norm, int armed, double pre
 }
 
 class GiveupCheck : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { h = kwiltest::makeHandle(dir, "TRACE 1\n"); }
     void TearDown() override { kwilTerm(h); }
     kwiltest::TempDir dir;
@@ -52,7 +52,7 @@ TEST_F(GiveupCheck, AboveTheLevelDisarmsAndKeepsThePreviousNorm)
 
 TEST_F(GiveupCheck, FirstTestAtTheLevelOnlyArms)
 {
-    const GiveupRun g = giveup(h, 10.0, 10.0, 0, 0.0);  // equal to the level: watched
+    const GiveupRun g = giveup(h, 10.0, 10.0, 0, 0.0); // equal to the level: watched
     EXPECT_EQ(g.result, 0);
     EXPECT_EQ(g.armed, 1);
     EXPECT_EQ(g.prev, 10.0);
@@ -61,7 +61,7 @@ TEST_F(GiveupCheck, FirstTestAtTheLevelOnlyArms)
 
 TEST_F(GiveupCheck, HalvingExactlyGoesOnAndRemembersTheNorm)
 {
-    const GiveupRun g = giveup(h, 10.0, 2.0, 1, 4.0);  // 2 == 4 * 0.5: not above
+    const GiveupRun g = giveup(h, 10.0, 2.0, 1, 4.0); // 2 == 4 * 0.5: not above
     EXPECT_EQ(g.result, 0);
     EXPECT_EQ(g.armed, 1);
     EXPECT_EQ(g.prev, 2.0);
@@ -71,7 +71,7 @@ TEST_F(GiveupCheck, ArmedWithoutHalvingGivesUpWithTwoLines)
 {
     const GiveupRun g = giveup(h, 10.0, 3.0, 1, 4.0);
     EXPECT_EQ(g.result, 1);
-    EXPECT_EQ(g.armed, 1);  // state left as it was
+    EXPECT_EQ(g.armed, 1); // state left as it was
     EXPECT_EQ(g.prev, 4.0);
     const std::vector<std::string> want = {
         "KWILTRC: Iter safe give up abs norm 3.000000e+00 check 1.000000e+01",
@@ -111,7 +111,8 @@ std::vector<Entry> frameMatrix(bool cplx)
     std::vector<Entry> e = laplace1d(100);
     if (cplx) {
         for (Entry& x : e)
-            if (x.i == x.j) x.v += Cplx(0.0, 0.1);
+            if (x.i == x.j)
+                x.v += Cplx(0.0, 0.1);
     }
     return e;
 }
@@ -119,7 +120,7 @@ std::vector<Entry> frameMatrix(bool cplx)
 // State the norm hooks read.
 double hookNorm0 = 0.0;
 Problem* hookProblem = nullptr;
-std::vector<std::pair<int, double>> hookSeen;  // (step, norm handed to the monitor)
+std::vector<std::pair<int, double>> hookSeen; // (step, norm handed to the monitor)
 std::vector<double> hookTrue;                 // ||b - A x|| at the same moments
 
 struct HookGuard {
@@ -128,7 +129,7 @@ struct HookGuard {
 };
 
 class Frame : public ::testing::TestWithParam<Kind> {
-protected:
+  protected:
     Frame() : p(frameMatrix(GetParam().cplx), 100, GetParam().cplx, "ITER_PREILU 0\n") {}
     std::string name() const { return GetParam().name; }
     bool isL() const { return name() == "stab-l"; }
@@ -140,13 +141,15 @@ protected:
         std::vector<std::string> l;
         if (isL()) {
             l.push_back(fmt("KWILTRC: Iter stab-l l 1 pre 0 step trace 0 norm-0 %.4e", n0));
-            l.push_back(fmt("KWILTRC:  - resolve 1.0000e-10 max k %d correct r 0-fix rtype 0", maxK));
+            l.push_back(
+                fmt("KWILTRC:  - resolve 1.0000e-10 max k %d correct r 0-fix rtype 0", maxK));
         } else {
             l.push_back(fmt("KWILTRC: Iter %s pre 0 step trace 0 norm-0 %.4e", name().c_str(), n0));
             l.push_back(fmt("KWILTRC:  - resolve 1.0000e-10 max k %d correct r 100 rtype 0", maxK));
         }
         l.push_back("KWILTRC:  - giveup 200 check 1.0000e-05 reduct 5.0000e-01");
-        if (name() == "safe") l.push_back("KWILTRC:  - safe cr 1 correct y 1");
+        if (name() == "safe")
+            l.push_back("KWILTRC:  - safe cr 1 correct y 1");
         return l;
     }
     Problem p;
@@ -177,9 +180,9 @@ TEST_P(Frame, StepLimitZeroRunsNoStep)
     want.push_back(fmt("KWILTRC: Iter %s end 0 step 0 abs norm %.4e resolve %.4e", name().c_str(),
                        n0, 1e-10 * n0));
     EXPECT_EQ(p.out, want);
-    EXPECT_EQ(p.err, std::vector<std::string>{fmt(
-                         "KWILERR: Step over in iter %s step 0 abs norm %.4e resolve %.4e",
-                         name().c_str(), n0, 1e-10 * n0)});
+    EXPECT_EQ(p.err, std::vector<std::string>{
+                         fmt("KWILERR: Step over in iter %s step 0 abs norm %.4e resolve %.4e",
+                             name().c_str(), n0, 1e-10 * n0)});
     EXPECT_EQ(norm(values(p.x)), 0.0);
 }
 
@@ -191,20 +194,35 @@ TEST_P(Frame, StepLimitOutOfTheIntRangeRunsNoStep)
         ASSERT_GE(p.out.size(), 2u);
         EXPECT_EQ(p.out[1], startLines(INT_MIN)[1]) << size;
         ASSERT_EQ(p.err.size(), 1u);
-        EXPECT_EQ(p.err[0].rfind("KWILERR: Step over in iter " + name() + " step 0 abs norm ", 0), 0u);
+        EXPECT_EQ(p.err[0].rfind("KWILERR: Step over in iter " + name() + " step 0 abs norm ", 0),
+                  0u);
     }
 }
 
 TEST_P(Frame, StepLimitTruncatesTowardZero)
 {
     p.setInt(OPT_ITER_MAXSTEP, 3);
-    p.setDbl(OPT_ITER_MAXSTEP_SIZE, 0.0199);  // 3 + 1.99
+    p.setDbl(OPT_ITER_MAXSTEP_SIZE, 0.0199); // 3 + 1.99
     EXPECT_EQ(run(), 0);
     EXPECT_EQ(p.out[1], startLines(4)[1]);
     p.setInt(OPT_ITER_MAXSTEP, 0);
-    p.setDbl(OPT_ITER_MAXSTEP_SIZE, -0.0099);  // -0.99 truncates to 0
+    p.setDbl(OPT_ITER_MAXSTEP_SIZE, -0.0099); // -0.99 truncates to 0
     EXPECT_EQ(run(), 0);
     EXPECT_EQ(p.out[1], startLines(0)[1]);
+}
+
+TEST_P(Frame, NoStepAllocates)
+{
+    long counts[2];
+    int i = 0;
+    for (int limit : {2, 20}) {
+        p.setInt(OPT_ITER_MAXSTEP, limit);
+        const long before = comTestAllocCount();
+        EXPECT_EQ(run(), 0);
+        counts[i++] = comTestAllocCount() - before;
+    }
+    EXPECT_EQ(counts[0], counts[1]);
+    EXPECT_GT(counts[0], 0);
 }
 
 TEST_P(Frame, ReachingTheLimitFailsEvenWhenTheLastStepWouldConverge)
@@ -235,8 +253,9 @@ TEST_P(Frame, InvalidRTypeCreatesNothingAndLeavesXAlone)
         EXPECT_EQ(p.runFrom(GetParam().fn), 0);
         EXPECT_EQ(comTestAllocCount(), allocs);
         EXPECT_TRUE(p.out.empty());
-        EXPECT_EQ(p.err, std::vector<std::string>{fmt("KWILERR: Invalid r type %d in iter %s solver",
-                                                      rtype, name().c_str())});
+        EXPECT_EQ(p.err,
+                  std::vector<std::string>{
+                      fmt("KWILERR: Invalid r type %d in iter %s solver", rtype, name().c_str())});
         EXPECT_EQ(values(p.x), x0);
     }
 }
@@ -250,7 +269,7 @@ TEST_P(Frame, RTypeZeroIsDeterministic)
     ASSERT_EQ(run(), 1);
     EXPECT_EQ(p.out, out1);
     EXPECT_EQ(memcmp(values(p.x).data(), x1.data(), x1.size() * sizeof(Cplx)), 0);
-    EXPECT_GT(out1.size(), 10u);  // a loop line per step
+    EXPECT_GT(out1.size(), 10u); // a loop line per step
 }
 
 TEST_P(Frame, RandomShadowResidualConverges)
@@ -269,7 +288,8 @@ TEST_P(Frame, LoopLinesFollowTheTraceInterval)
     const std::string head = "KWILTRC: Iter " + name() + " loop step ";
     std::vector<int> steps;
     for (const std::string& l : p.out) {
-        if (l.rfind(head, 0) != 0) continue;
+        if (l.rfind(head, 0) != 0)
+            continue;
         int k;
         double nrm;
         ASSERT_EQ(sscanf(l.c_str() + head.size(), "%d abs norm %lf", &k, &nrm), 2) << l;
@@ -277,7 +297,8 @@ TEST_P(Frame, LoopLinesFollowTheTraceInterval)
         steps.push_back(k);
     }
     std::vector<int> want;
-    for (int k = 3; k <= e.step; k += 3) want.push_back(k);
+    for (int k = 3; k <= e.step; k += 3)
+        want.push_back(k);
     EXPECT_EQ(steps, want);
     for (int off : {0, -2}) {
         p.setInt(OPT_ITER_STEPTRACE, off);
@@ -287,7 +308,10 @@ TEST_P(Frame, LoopLinesFollowTheTraceInterval)
 }
 
 // Stalls at 2e-7 ||r0|| from step 150 on; before that half of ||r0||.
-double stallAt150(int step, double) { return (step < 150 ? 0.5 : 2e-7) * hookNorm0; }
+double stallAt150(int step, double)
+{
+    return (step < 150 ? 0.5 : 2e-7) * hookNorm0;
+}
 
 TEST_P(Frame, StallingResidualGivesUpAtTheSecondTest)
 {
@@ -307,10 +331,28 @@ TEST_P(Frame, StallingResidualGivesUpAtTheSecondTest)
     EXPECT_TRUE(p.err.empty());
 }
 
+TEST_P(Frame, WithTheTraceOffOnlyErrorsAreWritten)
+{
+    p.setInt(OPT_TRACE, 0);
+    {
+        HookGuard hook(stallAt150);
+        hookNorm0 = norm(p.bv);
+        EXPECT_EQ(run(), 1); // gave up: as silent as convergence
+        EXPECT_TRUE(p.out.empty());
+        EXPECT_TRUE(p.err.empty());
+    }
+    p.setInt(OPT_ITER_MAXSTEP, 0);
+    EXPECT_EQ(run(), 0);
+    EXPECT_TRUE(p.out.empty());
+    ASSERT_EQ(p.err.size(), 1u);
+    EXPECT_EQ(p.err[0].rfind("KWILERR: Step over in iter " + name() + " step 0 ", 0), 0u);
+}
+
 // At or below the level at 200, above it at 400, below again at 600 and 800.
 double disarmAt400(int step, double)
 {
-    if (step == 400) return 1e-4 * hookNorm0;
+    if (step == 400)
+        return 1e-4 * hookNorm0;
     return (step < 800 ? 1e-6 : 0.9e-6) * hookNorm0;
 }
 
@@ -337,13 +379,16 @@ TEST_P(Frame, GiveupZeroNeverGivesUp)
     if (name() != "stab") {
         EXPECT_EQ(e.norm, std::stod(fmt("%.4e", 2e-7 * hookNorm0)));
     }
-    EXPECT_EQ(p.err, std::vector<std::string>{fmt(
-                         "KWILERR: Step over in iter %s step 700 abs norm %.4e resolve %.4e",
-                         name().c_str(), e.norm, 1e-10 * hookNorm0)});
+    EXPECT_EQ(p.err, std::vector<std::string>{
+                         fmt("KWILERR: Step over in iter %s step 700 abs norm %.4e resolve %.4e",
+                             name().c_str(), e.norm, 1e-10 * hookNorm0)});
     EXPECT_EQ(findLine(p.out, "KWILTRC: Iter " + name() + " give up"), "");
 }
 
-double infiniteAt3(int step, double norm) { return step == 3 ? HUGE_VAL : norm; }
+double infiniteAt3(int step, double norm)
+{
+    return step == 3 ? HUGE_VAL : norm;
+}
 
 TEST_P(Frame, InfiniteNormStopsLikeANaN)
 {
@@ -390,7 +435,8 @@ TEST_P(Correction, ReplacesTheRecurrenceResidualAtItsInterval)
 {
     recordRun(p, GetParam().fn, 7, 150);
     for (size_t i = 0; i < hookSeen.size(); ++i) {
-        if (hookSeen[i].first % 7 != 0) continue;
+        if (hookSeen[i].first % 7 != 0)
+            continue;
         EXPECT_NEAR(hookSeen[i].second, hookTrue[i], 1e-6 * hookTrue[i]) << hookSeen[i].first;
     }
     recordRun(p, GetParam().fn, 0, 150);
@@ -398,6 +444,14 @@ TEST_P(Correction, ReplacesTheRecurrenceResidualAtItsInterval)
 }
 
 INSTANTIATE_TEST_SUITE_P(Stab, Correction, ::testing::ValuesIn(kinds, kinds + 2), kindName);
+
+TEST(StepLimit, AddsTheSizeProportionalPartAndTruncates)
+{
+    Problem p(laplace1d(1001), 1001, false, "ITER_MAXSTEP 100\nITER_MAXSTEP_SIZE 0.5\n");
+    ASSERT_EQ(p.run(solvIterStab), 1); // 100 + 500.5
+    EXPECT_EQ(findLine(p.out, "KWILTRC:  - resolve "),
+              "KWILTRC:  - resolve 1.0000e-10 max k 600 correct r 100 rtype 0");
+}
 
 TEST(StabL, IgnoresTheCorrectionInterval)
 {
@@ -412,4 +466,4 @@ TEST(StabL, IgnoresTheCorrectionInterval)
     EXPECT_EQ(values(p.x), x1);
 }
 
-}  // namespace
+} // namespace

@@ -17,7 +17,8 @@ ComLinMat* csr(KwilHandle* handle, int n, bool cplx, std::vector<Entry> entries)
               [](const Entry& l, const Entry& r) { return l.i != r.i ? l.i < r.i : l.j < r.j; });
     const int nnz = static_cast<int>(entries.size());
     ComLinMat* a = comLinMatCreate(handle, MAT_CSR, cplx ? LIN_COMP : LIN_REAL, n, nnz);
-    if (a == nullptr) return nullptr;
+    if (a == nullptr)
+        return nullptr;
     int p = 0;
     for (int i = 0; i < n; ++i) {
         a->row[i] = p + 1;
@@ -39,9 +40,11 @@ std::vector<Entry> laplace1d(int n)
 {
     std::vector<Entry> e;
     for (int i = 0; i < n; ++i) {
-        if (i > 0) e.push_back({i, i - 1, -1.0});
+        if (i > 0)
+            e.push_back({i, i - 1, -1.0});
         e.push_back({i, i, 2.0});
-        if (i + 1 < n) e.push_back({i, i + 1, -1.0});
+        if (i + 1 < n)
+            e.push_back({i, i + 1, -1.0});
     }
     return e;
 }
@@ -55,23 +58,27 @@ std::vector<Entry> stencil(int m, Cplx centre, Cplx west, Cplx east, Cplx south,
     for (int y = 0; y < m; ++y) {
         for (int x = 0; x < m; ++x) {
             const int i = y * m + x;
-            if (y > 0) e.push_back({i, i - m, south});
-            if (x > 0) e.push_back({i, i - 1, west});
+            if (y > 0)
+                e.push_back({i, i - m, south});
+            if (x > 0)
+                e.push_back({i, i - 1, west});
             e.push_back({i, i, centre});
-            if (x + 1 < m) e.push_back({i, i + 1, east});
-            if (y + 1 < m) e.push_back({i, i + m, north});
+            if (x + 1 < m)
+                e.push_back({i, i + 1, east});
+            if (y + 1 < m)
+                e.push_back({i, i + m, north});
         }
     }
     return e;
 }
 
-}  // namespace
+} // namespace
 
 std::vector<Entry> convDiff2d(int m, double c)
 {
     const double h = 1.0 / (m + 1);
     const double d = 1.0 / (h * h);
-    const double up = c / h;  // first-order upwind for c > 0
+    const double up = c / h; // first-order upwind for c > 0
     return stencil(m, 4.0 * d + 2.0 * up, -d - up, -d, -d - up, -d);
 }
 
@@ -94,7 +101,8 @@ ComLinVec* vec(KwilHandle* handle, bool cplx, const std::vector<Cplx>& v)
 {
     const int n = static_cast<int>(v.size());
     ComLinVec* r = comLinVecCreate(handle, cplx ? LIN_COMP : LIN_REAL, n);
-    if (r == nullptr) return nullptr;
+    if (r == nullptr)
+        return nullptr;
     for (int i = 0; i < n; ++i) {
         if (cplx) {
             r->compData[2 * i] = v[i].real();
@@ -121,8 +129,9 @@ std::vector<Cplx> product(const ComLinMat* a, const std::vector<Cplx>& x)
     std::vector<Cplx> y(a->size, 0.0);
     for (int i = 0; i < a->size; ++i) {
         for (int p = a->row[i] - 1; p < a->row[i + 1] - 1; ++p) {
-            const Cplx v = a->dataType == LIN_REAL ? Cplx(a->realData[p], 0.0)
-                                                   : Cplx(a->compData[2 * p], a->compData[2 * p + 1]);
+            const Cplx v = a->dataType == LIN_REAL
+                               ? Cplx(a->realData[p], 0.0)
+                               : Cplx(a->compData[2 * p], a->compData[2 * p + 1]);
             y[i] += v * x[a->col[p] - 1];
         }
     }
@@ -132,14 +141,16 @@ std::vector<Cplx> product(const ComLinMat* a, const std::vector<Cplx>& x)
 double norm(const std::vector<Cplx>& v)
 {
     double s = 0.0;
-    for (const Cplx& z : v) s += std::norm(z);
+    for (const Cplx& z : v)
+        s += std::norm(z);
     return std::sqrt(s);
 }
 
 double relResidual(const ComLinMat* a, const std::vector<Cplx>& b, const std::vector<Cplx>& x)
 {
     std::vector<Cplx> r = product(a, x);
-    for (size_t i = 0; i < r.size(); ++i) r[i] = b[i] - r[i];
+    for (size_t i = 0; i < r.size(); ++i)
+        r[i] = b[i] - r[i];
     return norm(r) / norm(b);
 }
 
@@ -154,10 +165,14 @@ std::string fmt(const char* format, ...)
 }
 
 Problem::Problem(const std::vector<Entry>& entries, int size, bool isCplx, const std::string& opts)
-    : handle(kwiltest::makeHandle(dir, "TRACE 1\n" + opts)), a(nullptr), b(nullptr), x(nullptr),
-      n(size), cplx(isCplx)
+    : handle(nullptr), a(nullptr), b(nullptr), x(nullptr), n(size), cplx(isCplx)
 {
-    if (handle == nullptr) return;
+    {
+        kwiltest::Capture quiet; // the handle's own start lines
+        handle = kwiltest::makeHandle(dir, "TRACE 1\n" + opts);
+    }
+    if (handle == nullptr)
+        return;
     a = csr(handle, n, cplx, entries);
     xs.resize(n);
     for (int i = 0; i < n; ++i) {
@@ -170,7 +185,8 @@ Problem::Problem(const std::vector<Entry>& entries, int size, bool isCplx, const
 
 Problem::~Problem()
 {
-    if (handle == nullptr) return;
+    if (handle == nullptr)
+        return;
     comLinMatDelete(handle, a);
     comLinVecDelete(handle, b);
     comLinVecDelete(handle, x);
@@ -211,14 +227,16 @@ double Problem::error() const
 {
     const std::vector<Cplx> v = values(x);
     std::vector<Cplx> d(n);
-    for (int i = 0; i < n; ++i) d[i] = v[i] - xs[i];
+    for (int i = 0; i < n; ++i)
+        d[i] = v[i] - xs[i];
     return norm(d) / norm(xs);
 }
 
 std::string findLine(const std::vector<std::string>& lines, const std::string& prefix)
 {
     for (const std::string& l : lines) {
-        if (l.compare(0, prefix.size(), prefix) == 0) return l;
+        if (l.compare(0, prefix.size(), prefix) == 0)
+            return l;
     }
     return "";
 }
@@ -228,10 +246,11 @@ EndLine endLine(const std::vector<std::string>& out, const std::string& name)
     EndLine e;
     const std::string head = "KWILTRC: Iter " + name + " end ";
     const std::string l = findLine(out, head);
-    if (l.empty()) return e;
+    if (l.empty())
+        return e;
     e.found = sscanf(l.c_str() + head.size(), "%d step %d abs norm %lf resolve %lf", &e.result,
                      &e.step, &e.norm, &e.tol) == 4;
     return e;
 }
 
-}  // namespace itertest
+} // namespace itertest

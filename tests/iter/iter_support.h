@@ -45,7 +45,7 @@ std::string fmt(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 // A handle with TRACE 1 and the given extra option lines, A, b = A xs and x = 0 owned here.
 class Problem {
-public:
+  public:
     Problem(const std::vector<Entry>& entries, int n, bool cplx, const std::string& opts = "");
     ~Problem();
     Problem(const Problem&) = delete;
@@ -71,7 +71,7 @@ public:
     ComLinVec* x;
     int n;
     bool cplx;
-    std::vector<Cplx> xs;  // the known solution
+    std::vector<Cplx> xs; // the known solution
     std::vector<Cplx> bv;
     std::vector<std::string> out;
     std::vector<std::string> err;
@@ -89,4 +89,4 @@ struct EndLine {
 };
 EndLine endLine(const std::vector<std::string>& out, const std::string& name);
 
-}  // namespace itertest
+} // namespace itertest

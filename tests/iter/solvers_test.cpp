@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <regex>
 
 #include "iter/control.h"
 #include "iter_support.h"
@@ -15,10 +14,10 @@ namespace {
 
 struct Case {
     const char* label;
-    const char* name;  // solver name in its lines
+    const char* name; // solver name in its lines
     Solver fn;
-    int problem;  // 0 Laplacian 1-D, 1 convection-diffusion, 2 complex symmetric,
-                  // 3 complex non-Hermitian, 4 complex Laplacian 1-D
+    int problem; // 0 Laplacian 1-D, 1 convection-diffusion, 2 complex symmetric,
+                 // 3 complex non-Hermitian, 4 complex Laplacian 1-D
     const char* opts;
     double maxError;
 };
@@ -26,11 +25,16 @@ struct Case {
 Problem* makeProblem(int kind, const std::string& opts)
 {
     switch (kind) {
-    case 0: return new Problem(laplace1d(100), 100, false, opts);
-    case 1: return new Problem(convDiff2d(20, 30.0), 400, false, opts);
-    case 2: return new Problem(helmholtz2d(20, Cplx(100.0, 50.0)), 400, true, opts);
-    case 3: return new Problem(complexConvDiff2d(20), 400, true, opts);
-    default: return new Problem(laplace1d(100), 100, true, opts);
+    case 0:
+        return new Problem(laplace1d(100), 100, false, opts);
+    case 1:
+        return new Problem(convDiff2d(20, 30.0), 400, false, opts);
+    case 2:
+        return new Problem(helmholtz2d(20, Cplx(100.0, 50.0)), 400, true, opts);
+    case 3:
+        return new Problem(complexConvDiff2d(20), 400, true, opts);
+    default:
+        return new Problem(laplace1d(100), 100, true, opts);
     }
 }
 
@@ -44,8 +48,8 @@ const Case cases[] = {
     {"SafeLaplaceBicgIlu", "safe", solvIterSafe, 0, "SAFE_CR 0\n", 1e-6},
     {"SafeLaplaceRecurY", "safe", solvIterSafe, 0, "ITER_PREILU 0\nSAFE_CORRECT_Y 0\n", 1e-6},
     {"SafeLaplaceRecurYIlu", "safe", solvIterSafe, 0, "SAFE_CORRECT_Y 0\n", 1e-6},
-    {"SafeLaplaceBothOff", "safe", solvIterSafe, 0,
-     "ITER_PREILU 0\nSAFE_CR 0\nSAFE_CORRECT_Y 0\n", 1e-6},
+    {"SafeLaplaceBothOff", "safe", solvIterSafe, 0, "ITER_PREILU 0\nSAFE_CR 0\nSAFE_CORRECT_Y 0\n",
+     1e-6},
     {"StabLLaplaceComplexType", "stab-l", solvIterStabL, 4, "ITER_PREILU 0\n", 1e-6},
     {"StabLLaplaceComplexTypeIlu", "stab-l", solvIterStabL, 4, "", 1e-6},
     {"StabConvDiff", "stab", solvIterStab, 1, "ITER_PREILU 0\n", 1e-7},
@@ -108,8 +112,8 @@ Problem* tracked = nullptr;
 double worstGap = 0.0;
 double trackGap(int, double norm)
 {
-    const double trueNorm = relResidual(tracked->a, tracked->bv, values(tracked->x)) *
-                            itertest::norm(tracked->bv);
+    const double trueNorm =
+        relResidual(tracked->a, tracked->bv, values(tracked->x)) * itertest::norm(tracked->bv);
     worstGap = std::max(worstGap, std::fabs(norm - trueNorm) / itertest::norm(tracked->bv));
     return norm;
 }
@@ -147,7 +151,7 @@ TEST(StabSolver, OneByOneQuitsInStepZeroWithTheExactSolution)
             std::vector<std::string> out;
             for (const std::string& l : p.out)
                 if (l.rfind("KWILTRC: Iter stab", 0) == 0 || l.rfind("KWILTRC:  - ", 0) == 0)
-                    out.push_back(l);  // the ILU writes lines of its own
+                    out.push_back(l); // the ILU writes lines of its own
             EXPECT_EQ(out, want) << cplx << pre;
             EXPECT_TRUE(p.err.empty());
             EXPECT_EQ(values(p.x), std::vector<Cplx>{2.0});
@@ -155,21 +159,50 @@ TEST(StabSolver, OneByOneQuitsInStepZeroWithTheExactSolution)
     }
 }
 
-// Lines of out that match the patterns one by one, whole.
+// True when line equals pattern, where each "{nan}" in the pattern stands for "nan" or "-nan"
+// (the sign of a NaN made by 0/0 depends on the arithmetic that made it).
+bool matchNan(const std::string& line, const std::string& pattern)
+{
+    const std::string tok = "{nan}";
+    size_t li = 0, pi = 0;
+    for (;;) {
+        const size_t next = pattern.find(tok, pi);
+        const std::string lit = pattern.substr(pi, next == std::string::npos ? next : next - pi);
+        if (line.compare(li, lit.size(), lit) != 0)
+            return false;
+        li += lit.size();
+        if (next == std::string::npos)
+            return li == line.size();
+        if (line.compare(li, 1, "-") == 0)
+            ++li;
+        if (line.compare(li, 3, "nan") != 0)
+            return false;
+        li += 3;
+        pi = next + tok.size();
+    }
+}
+
 void expectLines(const std::vector<std::string>& lines, const std::vector<std::string>& patterns)
 {
     ASSERT_EQ(lines.size(), patterns.size());
     for (size_t i = 0; i < lines.size(); ++i) {
-        EXPECT_TRUE(std::regex_match(lines[i], std::regex(patterns[i])))
-            << lines[i] << "\n  !~ " << patterns[i];
+        EXPECT_TRUE(matchNan(lines[i], patterns[i])) << lines[i] << "\n  != " << patterns[i];
     }
+}
+
+TEST(NanMatch, AcceptsEitherSignOnlyWhereMarked)
+{
+    EXPECT_TRUE(matchNan("a nan b -nan", "a {nan} b {nan}"));
+    EXPECT_FALSE(matchNan("a 1.0 b nan", "a {nan} b {nan}"));
+    EXPECT_FALSE(matchNan("a nan b nanx", "a {nan} b {nan}"));
+    EXPECT_FALSE(matchNan("-nan", "nan"));
 }
 
 const std::vector<std::string> zeroStart(const char* name)
 {
-    return {fmt("KWILTRC: Iter %s pre 0 step trace 0 norm-0 0\\.0000e\\+00", name),
-            "KWILTRC:  - resolve 1\\.0000e-10 max k 5000 correct r 100 rtype 0",
-            "KWILTRC:  - giveup 200 check 1\\.0000e-05 reduct 5\\.0000e-01"};
+    return {fmt("KWILTRC: Iter %s pre 0 step trace 0 norm-0 0.0000e+00", name),
+            "KWILTRC:  - resolve 1.0000e-10 max k 5000 correct r 100 rtype 0",
+            "KWILTRC:  - giveup 200 check 1.0000e-05 reduct 5.0000e-01"};
 }
 
 TEST(StabSolver, ZeroRightHandSideStopsOnANaNNormAtStepOne)
@@ -180,15 +213,14 @@ TEST(StabSolver, ZeroRightHandSideStopsOnANaNNormAtStepOne)
         EXPECT_EQ(p.run(solvIterStab), 0);
         std::vector<std::string> want = zeroStart("stab");
         if (cplx) {
-            want.push_back("KWILTRC: Iter stab nan error alpha \\(-?nan -?nan\\)");
-            want.push_back(
-                "KWILTRC:  -  beta \\(0\\.0000e\\+00 0\\.0000e\\+00\\) omega \\(-?nan -?nan\\)");
-            want.push_back("KWILTRC:  -  rho \\(-?nan -?nan\\)");
+            want.push_back("KWILTRC: Iter stab nan error alpha ({nan} {nan})");
+            want.push_back("KWILTRC:  -  beta (0.0000e+00 0.0000e+00) omega ({nan} {nan})");
+            want.push_back("KWILTRC:  -  rho ({nan} {nan})");
         } else {
-            want.push_back("KWILTRC: Iter stab nan error alpha -?nan beta 0\\.0000e\\+00");
-            want.push_back("KWILTRC:  - omega -?nan rho -?nan");
+            want.push_back("KWILTRC: Iter stab nan error alpha {nan} beta 0.0000e+00");
+            want.push_back("KWILTRC:  - omega {nan} rho {nan}");
         }
-        want.push_back("KWILTRC: Iter stab end 0 step 1 abs norm -?nan resolve 0\\.0000e\\+00");
+        want.push_back("KWILTRC: Iter stab end 0 step 1 abs norm {nan} resolve 0.0000e+00");
         expectLines(p.out, want);
         EXPECT_EQ(p.err, std::vector<std::string>{"KWILERR: Norm nan error in iter stab step 1"});
         EXPECT_TRUE(std::isnan(values(p.x)[0].real()));
@@ -202,8 +234,9 @@ TEST(SafeSolver, ZeroRightHandSideStopsOnANaNNormAtStepOne)
     EXPECT_EQ(p.run(solvIterSafe), 0);
     std::vector<std::string> want = zeroStart("safe");
     want.push_back("KWILTRC:  - safe cr 1 correct y 1");
-    want.push_back("KWILTRC: Iter safe nan error alpha -?nan beta -?nan zeta -?nan eta 0\\.000000e\\+00");
-    want.push_back("KWILTRC: Iter safe end 0 step 1 abs norm -?nan resolve 0\\.0000e\\+00");
+    want.push_back(
+        "KWILTRC: Iter safe nan error alpha {nan} beta {nan} zeta {nan} eta 0.000000e+00");
+    want.push_back("KWILTRC: Iter safe end 0 step 1 abs norm {nan} resolve 0.0000e+00");
     expectLines(p.out, want);
     EXPECT_EQ(p.err, std::vector<std::string>{"KWILERR: Norm nan error in iter safe step 1"});
 }
@@ -327,7 +360,8 @@ TEST(StabLSolver, ControlValuesAreCountedInCycles)
         ASSERT_GE(p.out.size(), 3u);
         const double n0 = norm(p.bv);
         EXPECT_EQ(p.out[0], fmt("KWILTRC: Iter stab-l %s norm-0 %.4e", r.line1, n0));
-        EXPECT_EQ(p.out[1], fmt("KWILTRC:  - resolve 1.0000e-10 %s correct r 0-fix rtype 0", r.line2));
+        EXPECT_EQ(p.out[1],
+                  fmt("KWILTRC:  - resolve 1.0000e-10 %s correct r 0-fix rtype 0", r.line2));
         EXPECT_EQ(p.out[2], fmt("KWILTRC:  - %s check 1.0000e-05 reduct 5.0000e-01", r.line3));
     }
 }
@@ -342,18 +376,23 @@ TEST(StabLSolver, LoopLinesCountSteps)
         std::vector<int> steps;
         for (const std::string& l : p.out) {
             int k;
-            if (sscanf(l.c_str(), "KWILTRC: Iter stab-l loop step %d", &k) == 1) steps.push_back(k);
+            if (sscanf(l.c_str(), "KWILTRC: Iter stab-l loop step %d", &k) == 1)
+                steps.push_back(k);
         }
         std::vector<int> want;
-        const int every = trace == 1 ? 4 : 8;  // one cycle, or 10 / 4 = 2 cycles
-        for (int k = every; k <= last; k += every) want.push_back(k);
+        const int every = trace == 1 ? 4 : 8; // one cycle, or 10 / 4 = 2 cycles
+        for (int k = every; k <= last; k += every)
+            want.push_back(k);
         EXPECT_EQ(steps, want);
         EXPECT_GE(want.size(), 2u);
     }
 }
 
 double hookNorm0 = 0.0;
-double stalled(int, double) { return 1e-6 * hookNorm0; }
+double stalled(int, double)
+{
+    return 1e-6 * hookNorm0;
+}
 
 TEST(StabLSolver, GiveupTestsRunEveryIntervalOfCycles)
 {
@@ -373,21 +412,24 @@ TEST(StabLSolver, OneCycleAllowedEndsWithTheStartNorm)
     Problem p(laplace1d(20), 20, true, "ITER_MAXSTEP 5\nSTABL_L 3\n");
     EXPECT_EQ(p.run(solvIterStabL), 0);
     const double n0 = norm(p.bv);
-    EXPECT_EQ(p.err, std::vector<std::string>{fmt(
-                         "KWILERR: Step over in iter stab-l step 3 abs norm %.4e resolve %.4e",
-                         n0, 1e-10 * n0)});
-    EXPECT_EQ(p.out.back(), fmt("KWILTRC: Iter stab-l end 0 step 3 abs norm %.4e resolve %.4e",
-                                n0, 1e-10 * n0));
+    EXPECT_EQ(p.err, std::vector<std::string>{
+                         fmt("KWILERR: Step over in iter stab-l step 3 abs norm %.4e resolve %.4e",
+                             n0, 1e-10 * n0)});
+    EXPECT_EQ(p.out.back(),
+              fmt("KWILTRC: Iter stab-l end 0 step 3 abs norm %.4e resolve %.4e", n0, 1e-10 * n0));
 }
 
 // y = x where the monitor at the given step is told the solve converged.
 int convergeAt = 0;
-double convergeHook(int step, double norm) { return step == convergeAt ? 0.0 : norm; }
+double convergeHook(int step, double norm)
+{
+    return step == convergeAt ? 0.0 : norm;
+}
 
 TEST(StabLSolver, FailedPreconditionedSolveLeavesTheIterateOfTheRightPreconditionedSystem)
 {
     Problem p(complexConvDiff2d(10), 100, true, "STABL_L 2\n");
-    p.setInt(OPT_ITER_MAXSTEP, 6);  // three cycles, then the step-over
+    p.setInt(OPT_ITER_MAXSTEP, 6); // three cycles, then the step-over
     ASSERT_EQ(p.run(solvIterStabL), 0);
     const std::vector<Cplx> y = values(p.x);
     p.setInt(OPT_ITER_MAXSTEP, 5000);
@@ -396,7 +438,7 @@ TEST(StabLSolver, FailedPreconditionedSolveLeavesTheIterateOfTheRightPreconditio
     ASSERT_EQ(p.run(solvIterStabL), 1);
     kwil::iterTestSetNormHook(nullptr);
     EXPECT_EQ(endLine(p.out, "stab-l").step, 6);
-    const std::vector<Cplx> x = values(p.x);  // M^-1 y
+    const std::vector<Cplx> x = values(p.x); // M^-1 y
     ComLinMat* l = nullptr;
     ComLinMat* u = nullptr;
     ASSERT_EQ(comToolILU(p.handle, p.a, &l, &u), 1);
@@ -404,10 +446,12 @@ TEST(StabLSolver, FailedPreconditionedSolveLeavesTheIterateOfTheRightPreconditio
     comLinMatDelete(p.handle, l);
     comLinMatDelete(p.handle, u);
     std::vector<Cplx> d(y.size());
-    for (size_t i = 0; i < y.size(); ++i) d[i] = my[i] - y[i];
+    for (size_t i = 0; i < y.size(); ++i)
+        d[i] = my[i] - y[i];
     EXPECT_LT(norm(d), 1e-12 * norm(y));
-    for (size_t i = 0; i < y.size(); ++i) d[i] = x[i] - y[i];
-    EXPECT_GT(norm(d), 1e-3 * norm(y));  // x and y do differ
+    for (size_t i = 0; i < y.size(); ++i)
+        d[i] = x[i] - y[i];
+    EXPECT_GT(norm(d), 1e-3 * norm(y)); // x and y do differ
 }
 
 // [A b, b] = b^T A b vanishes for a skew-symmetric A: a gamma breakdown in every cycle 0.
@@ -497,4 +541,4 @@ TEST(Solvers, EveryAllocationFailureIsReportedWithoutLeaks)
     sweep(solvIterStabL, true, "STABL_L 3\n", "stab-l");
 }
 
-}  // namespace
+} // namespace
