@@ -115,8 +115,7 @@ void setControl(const int* iparm, int msglvl, double* control)
 {
     umfpack_di_defaults(control); // the same defaults serve umfpack_zi_*
     const bool given = iparm[0] != 0;
-    control[UMFPACK_ORDERING] =
-        !given || iparm[1] == 2 ? UMFPACK_ORDERING_METIS : UMFPACK_ORDERING_AMD;
+    if (!given || iparm[1] == 2) control[UMFPACK_ORDERING] = UMFPACK_ORDERING_METIS;
     control[UMFPACK_IRSTEP] = given ? std::abs(static_cast<double>(iparm[7])) : 2.0;
     control[UMFPACK_SCALE] = given && iparm[10] == 0 ? UMFPACK_SCALE_NONE : UMFPACK_SCALE_SUM;
     control[UMFPACK_PRL] = msglvl > 0 ? 2 : 0;
