@@ -10,8 +10,9 @@
 //
 // The triangular solves are row-oriented substitutions (op = "n") or column-oriented ones
 // (op = "t") on one thread, dividing through multiplication by the reciprocal of the diagonal
-// (so results may differ from a division in the last bit). Columns are taken sorted within each row, as in the library's CSR
-// form, so a solve reads only the entries of its own triangle and the diagonal.
+// (so results may differ from a division in the last bit). Columns are taken sorted within each
+// row, as in the library's CSR form, so a solve reads only the entries of its own triangle and the
+// diagonal.
 #include "platform/sparse_blas.h"
 
 #include <omp.h>
@@ -24,29 +25,66 @@ using Z = PlatformComplex16;
 
 // Scalar arithmetic written out: the complex forms are the plain textbook formulas, without the
 // NaN/infinity checks of std::complex; the reciprocal below is unscaled.
-inline bool isZero(double a) { return a == 0.0; }
-inline bool isZero(Z a) { return a.real == 0.0 && a.imag == 0.0; }
-inline double mul(double a, double b) { return a * b; }
+inline bool isZero(double a)
+{
+    return a == 0.0;
+}
+inline bool isZero(Z a)
+{
+    return a.real == 0.0 && a.imag == 0.0;
+}
+inline double mul(double a, double b)
+{
+    return a * b;
+}
 inline Z mul(Z a, Z b)
 {
     return Z{a.real * b.real - a.imag * b.imag, a.real * b.imag + a.imag * b.real};
 }
-inline void addMul(double& s, double a, double b) { s += a * b; }
+inline void addMul(double& s, double a, double b)
+{
+    s += a * b;
+}
+// a b as the plain formula (ar br - ai bi, ar bi + ai br), computed on pairs of doubles.
+typedef double Pair __attribute__((vector_size(16)));
+inline Pair mulPair(Z a, Z b)
+{
+    const Pair bp = {b.real, b.imag};
+    const Pair bs = {b.imag, b.real};
+    const Pair p1 = a.real * bp;
+    const Pair p2 = a.imag * bs;
+    return Pair{p1[0] - p2[0], p1[1] + p2[1]};
+}
 inline void addMul(Z& s, Z a, Z b)
 {
-    s.real += a.real * b.real - a.imag * b.imag;
-    s.imag += a.real * b.imag + a.imag * b.real;
+    const Pair t = Pair{s.real, s.imag} + mulPair(a, b);
+    s = Z{t[0], t[1]};
 }
-inline void subMul(double& s, double a, double b) { s -= a * b; }
+inline void subMul(double& s, double a, double b)
+{
+    s -= a * b;
+}
 inline void subMul(Z& s, Z a, Z b)
 {
-    s.real -= a.real * b.real - a.imag * b.imag;
-    s.imag -= a.real * b.imag + a.imag * b.real;
+    const Pair t = Pair{s.real, s.imag} - mulPair(a, b);
+    s = Z{t[0], t[1]};
 }
-inline double add(double a, double b) { return a + b; }
-inline Z add(Z a, Z b) { return Z{a.real + b.real, a.imag + b.imag}; }
-inline double sub(double a, double b) { return a - b; }
-inline Z sub(Z a, Z b) { return Z{a.real - b.real, a.imag - b.imag}; }
+inline double add(double a, double b)
+{
+    return a + b;
+}
+inline Z add(Z a, Z b)
+{
+    return Z{a.real + b.real, a.imag + b.imag};
+}
+inline double sub(double a, double b)
+{
+    return a - b;
+}
+inline Z sub(Z a, Z b)
+{
+    return Z{a.real - b.real, a.imag - b.imag};
+}
 
 // Below this many entries plus rows a product runs on the calling thread alone.
 constexpr long PARALLEL_MIN_WORK = 16384;
@@ -56,24 +94,32 @@ constexpr int MAX_THREADS = 256;
 // Software prefetch distance, in bytes of values: the hardware prefetchers alone leave the
 // streams of values and columns well below the bandwidth a triad reaches on one core.
 constexpr int PREFETCH_BYTES = 4096;
+// Cache lines of values prefetched per row: a row of a 2-D stencil holds about 40 bytes of real
+// values but 80 of complex ones.
+template <class V> constexpr int prefetchLines()
+{
+    return sizeof(V) > sizeof(double) ? 2 : 1;
+}
 
-// Prefetches the value and column PREFETCH_BYTES of values after entry p (not beyond last).
-template <class V>
-inline void prefetchAhead(const V* val, const int* col, int p, int last)
+// Prefetches the values and column PREFETCH_BYTES of values after entry p (not beyond last).
+template <class V> inline void prefetchAhead(const V* val, const int* col, int p, int last)
 {
     constexpr int ahead = PREFETCH_BYTES / static_cast<int>(sizeof(V));
+    constexpr int line = 64 / static_cast<int>(sizeof(V));
     const int q = last - p > ahead ? p + ahead : last;
-    __builtin_prefetch(val + q);
+    for (int k = 0; k < prefetchLines<V>(); ++k)
+        __builtin_prefetch(val + q + k * line);
     __builtin_prefetch(col + q);
 }
 
-// Prefetches the value and column PREFETCH_BYTES of values before entry p (not before 0).
-template <class V>
-inline void prefetchBehind(const V* val, const int* col, int p)
+// Prefetches the values and column PREFETCH_BYTES of values before entry p (not before 0).
+template <class V> inline void prefetchBehind(const V* val, const int* col, int p)
 {
     constexpr int behind = PREFETCH_BYTES / static_cast<int>(sizeof(V));
+    constexpr int line = 64 / static_cast<int>(sizeof(V));
     const int q = p > behind ? p - behind : 0;
-    __builtin_prefetch(val + q);
+    for (int k = 0; k < prefetchLines<V>(); ++k)
+        __builtin_prefetch(val + q + k * line);
     __builtin_prefetch(col + q);
 }
 
@@ -90,8 +136,7 @@ bool checkProduct(const char* transa, int m, int k, const char* matdescra, const
     comAssert(nullptr, isChar(transa, 'n') || isChar(transa, 't'),
               "Unsupported operation '%c' in sparse matrix vector product",
               transa != nullptr ? *transa : '?');
-    comAssert(nullptr,
-              matdescra != nullptr && isChar(matdescra, 'g') && isChar(matdescra + 3, 'f'),
+    comAssert(nullptr, matdescra != nullptr && isChar(matdescra, 'g') && isChar(matdescra + 3, 'f'),
               "Unsupported descriptor \"%.6s\" in sparse matrix vector product",
               matdescra != nullptr ? matdescra : "");
     comAssert(nullptr, m >= 0 && m == k,
@@ -104,7 +149,8 @@ bool checkProduct(const char* transa, int m, int k, const char* matdescra, const
 // Number of threads for a product of m rows and nnz entries.
 int productThreads(int m, long nnz)
 {
-    if (nnz + m < PARALLEL_MIN_WORK || omp_in_parallel()) return 1;
+    if (nnz + m < PARALLEL_MIN_WORK || omp_in_parallel())
+        return 1;
     const int t = omp_get_max_threads();
     return t < 1 ? 1 : (t > MAX_THREADS ? MAX_THREADS : t);
 }
@@ -126,25 +172,39 @@ int blockStart(const int* ptr, int m, int t, int nt)
     return lo;
 }
 
+// sum_p val[p] x[col[p] - 1] over the entries [begin, end) of one row.
+inline double rowDot(const double* val, const int* col, const double* x, int begin, int end)
+{
+    double s = 0.0;
+    for (int p = begin; p < end; ++p)
+        s += val[p] * x[col[p] - 1];
+    return s;
+}
+// The complex sum with one packed accumulator: about twice as fast here as two scalar ones.
+inline Z rowDot(const Z* val, const int* col, const Z* x, int begin, int end)
+{
+    Pair acc = {0.0, 0.0};
+    for (int p = begin; p < end; ++p)
+        acc += mulPair(val[p], x[col[p] - 1]);
+    return Z{acc[0], acc[1]};
+}
+
 // y[r0..r1) := alpha A x + beta y over those rows; beta 0 does not read y.
 template <class V>
-void productRows(int r0, int r1, V alpha, const V* val, const int* col, const int* ptr,
-                 const V* x, V beta, V* y)
+void productRows(int r0, int r1, V alpha, const V* val, const int* col, const int* ptr, const V* x,
+                 V beta, V* y)
 {
     const bool beta0 = isZero(beta);
     const int last = ptr[r1] - 1;
     for (int i = r0; i < r1; ++i) {
-        V s{};
-        const int end = ptr[i + 1] - 1;
         prefetchAhead(val, col, ptr[i] - 1, last);
-        for (int p = ptr[i] - 1; p < end; ++p) addMul(s, val[p], x[col[p] - 1]);
+        const V s = rowDot(val, col, x, ptr[i] - 1, ptr[i + 1] - 1);
         y[i] = beta0 ? mul(alpha, s) : add(mul(alpha, s), mul(beta, y[i]));
     }
 }
 
 template <class V>
-void product(int m, V alpha, const V* val, const int* col, const int* ptr, const V* x, V beta,
-             V* y)
+void product(int m, V alpha, const V* val, const int* col, const int* ptr, const V* x, V beta, V* y)
 {
     const int nt = productThreads(m, static_cast<long>(ptr[m]) - ptr[0]);
     if (nt == 1) {
@@ -155,19 +215,20 @@ void product(int m, V alpha, const V* val, const int* col, const int* ptr, const
     {
         const int t = omp_get_thread_num();
         const int n = omp_get_num_threads();
-        productRows(blockStart(ptr, m, t, n), blockStart(ptr, m, t + 1, n), alpha, val, col, ptr,
-                    x, beta, y);
+        productRows(blockStart(ptr, m, t, n), blockStart(ptr, m, t + 1, n), alpha, val, col, ptr, x,
+                    beta, y);
     }
 }
 
 // y := beta y over [r0, r1); beta 0 writes zeros without reading y.
-template <class V>
-void scale(int r0, int r1, V beta, V* y)
+template <class V> void scale(int r0, int r1, V beta, V* y)
 {
     if (isZero(beta)) {
-        for (int i = r0; i < r1; ++i) y[i] = V{};
+        for (int i = r0; i < r1; ++i)
+            y[i] = V{};
     } else {
-        for (int i = r0; i < r1; ++i) y[i] = mul(beta, y[i]);
+        for (int i = r0; i < r1; ++i)
+            y[i] = mul(beta, y[i]);
     }
 }
 
@@ -183,7 +244,8 @@ void productTransposed(int m, V alpha, const V* val, const int* col, const int* 
             const V ax = mul(alpha, x[i]);
             const int end = ptr[i + 1] - 1;
             prefetchAhead(val, col, ptr[i] - 1, last);
-            for (int p = ptr[i] - 1; p < end; ++p) addMul(y[col[p] - 1], val[p], ax);
+            for (int p = ptr[i] - 1; p < end; ++p)
+                addMul(y[col[p] - 1], val[p], ax);
         }
         return;
     }
@@ -232,21 +294,26 @@ void productTransposed(int m, V alpha, const V* val, const int* col, const int* 
             const V ax = mul(alpha, x[i]);
             for (int p = ptr[i] - 1; p < ptr[i + 1] - 1; ++p) {
                 const int c = col[p] - 1;
-                if (c < r0) addMul(y[c], val[p], ax);
+                if (c < r0)
+                    addMul(y[c], val[p], ax);
             }
         }
         for (int i = tailStart[t]; i < r1; ++i) {
             const V ax = mul(alpha, x[i]);
             for (int p = ptr[i] - 1; p < ptr[i + 1] - 1; ++p) {
                 const int c = col[p] - 1;
-                if (c >= r1) addMul(y[c], val[p], ax);
+                if (c >= r1)
+                    addMul(y[c], val[p], ax);
             }
         }
     }
 }
 
 // 1 / d, computed apart from the chain of dependent rows: the substitutions multiply by it.
-inline double recip(double d) { return 1.0 / d; }
+inline double recip(double d)
+{
+    return 1.0 / d;
+}
 inline Z recip(Z d)
 {
     const double dd = d.real * d.real + d.imag * d.imag;
@@ -261,19 +328,22 @@ template <class V>
 void solveLower(int m, const V* val, const int* ptr, const int* col, const V* x, V* y)
 {
     const int last = m > 0 ? ptr[m] - 1 : 0;
-    V prev{};  // y_{i-1}
+    V prev{}; // y_{i-1}
     for (int i = 0; i < m; ++i) {
         const int end = ptr[i + 1] - 1;
         int p = ptr[i] - 1;
         prefetchAhead(val, col, p, last);
         V s = x[i];
-        for (; p < end && col[p] < i; ++p) subMul(s, val[p], y[col[p] - 1]);
+        for (; p < end && col[p] < i; ++p)
+            subMul(s, val[p], y[col[p] - 1]);
         int q = p;
-        const bool near = q < end && col[q] == i;  // t_{i,i-1}
-        if (near) ++q;
+        const bool near = q < end && col[q] == i; // t_{i,i-1}
+        if (near)
+            ++q;
         const V r = recip(q < end && col[q] == i + 1 ? val[q] : V{});
         V t = mul(s, r);
-        if (near) subMul(t, mul(val[p], r), prev);
+        if (near)
+            subMul(t, mul(val[p], r), prev);
         y[i] = prev = t;
     }
 }
@@ -283,19 +353,22 @@ void solveLower(int m, const V* val, const int* ptr, const int* col, const V* x,
 template <class V>
 void solveUpper(int m, const V* val, const int* ptr, const int* col, const V* x, V* y)
 {
-    V next{};  // y_{i+1}
+    V next{}; // y_{i+1}
     for (int i = m - 1; i >= 0; --i) {
         const int begin = ptr[i] - 1;
         const int end = ptr[i + 1] - 1;
         prefetchBehind(val, col, begin);
-        int q = end;  // the strict upper part is [q, end) once the scan stops
-        while (q > begin && col[q - 1] > i + 1) --q;
+        int q = end; // the strict upper part is [q, end) once the scan stops
+        while (q > begin && col[q - 1] > i + 1)
+            --q;
         const V r = recip(q > begin && col[q - 1] == i + 1 ? val[q - 1] : V{});
-        const bool near = q < end && col[q] == i + 2;  // t_{i,i+1}
+        const bool near = q < end && col[q] == i + 2; // t_{i,i+1}
         V s = x[i];
-        for (int p = near ? q + 1 : q; p < end; ++p) subMul(s, val[p], y[col[p] - 1]);
+        for (int p = near ? q + 1 : q; p < end; ++p)
+            subMul(s, val[p], y[col[p] - 1]);
         V t = mul(s, r);
-        if (near) subMul(t, mul(val[q], r), next);
+        if (near)
+            subMul(t, mul(val[q], r), next);
         y[i] = next = t;
     }
 }
@@ -306,21 +379,26 @@ template <class V>
 void solveLowerTransposed(int m, const V* val, const int* ptr, const int* col, const V* x, V* y)
 {
     if (y != x) {
-        for (int i = 0; i < m; ++i) y[i] = x[i];
+        for (int i = 0; i < m; ++i)
+            y[i] = x[i];
     }
-    V carry{};  // t_{i+1,i} y_{i+1}, not yet subtracted from y_i
+    V carry{}; // t_{i+1,i} y_{i+1}, not yet subtracted from y_i
     for (int i = m - 1; i >= 0; --i) {
         const int begin = ptr[i] - 1;
         prefetchBehind(val, col, begin);
-        int q = ptr[i + 1] - 1;  // the strict lower part is [begin, q) once the scan stops
-        while (q > begin && col[q - 1] > i + 1) --q;
+        int q = ptr[i + 1] - 1; // the strict lower part is [begin, q) once the scan stops
+        while (q > begin && col[q - 1] > i + 1)
+            --q;
         V d{};
-        if (q > begin && col[q - 1] == i + 1) d = val[--q];
+        if (q > begin && col[q - 1] == i + 1)
+            d = val[--q];
         const V yi = mul(sub(y[i], carry), recip(d));
         y[i] = yi;
         carry = V{};
-        if (q > begin && col[q - 1] == i) carry = mul(val[--q], yi);
-        for (int p = begin; p < q; ++p) subMul(y[col[p] - 1], val[p], yi);
+        if (q > begin && col[q - 1] == i)
+            carry = mul(val[--q], yi);
+        for (int p = begin; p < q; ++p)
+            subMul(y[col[p] - 1], val[p], yi);
     }
 }
 
@@ -330,22 +408,27 @@ template <class V>
 void solveUpperTransposed(int m, const V* val, const int* ptr, const int* col, const V* x, V* y)
 {
     if (y != x) {
-        for (int i = 0; i < m; ++i) y[i] = x[i];
+        for (int i = 0; i < m; ++i)
+            y[i] = x[i];
     }
     const int last = m > 0 ? ptr[m] - 1 : 0;
-    V carry{};  // t_{i-1,i} y_{i-1}, not yet subtracted from y_i
+    V carry{}; // t_{i-1,i} y_{i-1}, not yet subtracted from y_i
     for (int i = 0; i < m; ++i) {
         const int end = ptr[i + 1] - 1;
         int p = ptr[i] - 1;
         prefetchAhead(val, col, p, last);
-        while (p < end && col[p] < i + 1) ++p;
+        while (p < end && col[p] < i + 1)
+            ++p;
         V d{};
-        if (p < end && col[p] == i + 1) d = val[p++];
+        if (p < end && col[p] == i + 1)
+            d = val[p++];
         const V yi = mul(sub(y[i], carry), recip(d));
         y[i] = yi;
         carry = V{};
-        if (p < end && col[p] == i + 2) carry = mul(val[p++], yi);
-        for (; p < end; ++p) subMul(y[col[p] - 1], val[p], yi);
+        if (p < end && col[p] == i + 2)
+            carry = mul(val[p++], yi);
+        for (; p < end; ++p)
+            subMul(y[col[p] - 1], val[p], yi);
     }
 }
 
@@ -353,8 +436,7 @@ void solveUpperTransposed(int m, const V* val, const int* ptr, const int* col, c
 void checkSolve(const char* uplo, const char* transa, const char* diag, int m)
 {
     comAssert(nullptr, isChar(uplo, 'l') || isChar(uplo, 'u'),
-              "Unsupported triangle '%c' in sparse triangle solver",
-              uplo != nullptr ? *uplo : '?');
+              "Unsupported triangle '%c' in sparse triangle solver", uplo != nullptr ? *uplo : '?');
     comAssert(nullptr, isChar(transa, 'n') || isChar(transa, 't'),
               "Unsupported operation '%c' in sparse triangle solver",
               transa != nullptr ? *transa : '?');
@@ -364,8 +446,8 @@ void checkSolve(const char* uplo, const char* transa, const char* diag, int m)
 }
 
 template <class V>
-void solve(const char* uplo, const char* transa, const char* diag, int m, const V* a,
-           const int* ia, const int* ja, const V* x, V* y)
+void solve(const char* uplo, const char* transa, const char* diag, int m, const V* a, const int* ia,
+           const int* ja, const V* x, V* y)
 {
     checkSolve(uplo, transa, diag, m);
     const bool upper = isChar(uplo, 'u');
@@ -382,7 +464,7 @@ void solve(const char* uplo, const char* transa, const char* diag, int m, const 
     }
 }
 
-}  // namespace
+} // namespace
 
 void mkl_dcsrmv(const char* transa, const int* m, const int* k, const double* alpha,
                 const char* matdescra, const double* val, const int* indx, const int* pntrb,

@@ -78,13 +78,14 @@ std::vector<Cplx> refSolve(const ComLinMat* a, bool upper, bool trans, const std
             }
         }
     }
-    const bool up = upper != trans;  // op(T) is upper triangular
+    const bool up = upper != trans; // op(T) is upper triangular
     std::vector<Cplx> y(n);
     for (int s = 0; s < n; ++s) {
         const int i = up ? n - 1 - s : s;
         Cplx r = x[i];
         for (int j = 0; j < n; ++j) {
-            if (j != i) r -= t[i][j] * y[j];
+            if (j != i)
+                r -= t[i][j] * y[j];
         }
         y[i] = r / t[i][i];
     }
@@ -102,7 +103,10 @@ void expectClose(const std::vector<Cplx>& got, const std::vector<Cplx>& want,
 }
 
 // Row lengths 0, 1, 2, ... 40, again and again: empty rows included.
-int cyclicLength(int i) { return (i * 7) % 41; }
+int cyclicLength(int i)
+{
+    return (i * 7) % 41;
+}
 
 struct Case {
     int dataType;
@@ -111,7 +115,7 @@ struct Case {
 
 class Kernels : public testing::TestWithParam<Case> {};
 
-}  // namespace
+} // namespace
 
 INSTANTIATE_TEST_SUITE_P(TypesAndThreads, Kernels,
                          testing::Values(Case{LIN_REAL, 1}, Case{LIN_REAL, 2}, Case{LIN_COMP, 1},
@@ -195,7 +199,8 @@ TEST_P(Kernels, ProductMatchesTheReferenceLoop)
         for (int trans : {0, 1}) {
             for (const auto& s : scalars) {
                 VecPtr y(lintest::randomVec(c.dataType, n, 8));
-                if (s[1] == Cplx(0.0)) comLinVecInit(nullptr, y.get(), {std::nan(""), 0});
+                if (s[1] == Cplx(0.0))
+                    comLinVecInit(nullptr, y.get(), {std::nan(""), 0});
                 comLinMatCalcVec(nullptr, {s[0].real(), s[0].imag()}, a.get(), trans, x.get(),
                                  {s[1].real(), s[1].imag()}, y.get());
                 const Cplx al = c.dataType == LIN_REAL ? Cplx(s[0].real()) : s[0];
@@ -219,9 +224,13 @@ TEST_P(Kernels, TransposedProductOfABandedMatrixWithStrayEntries)
     std::vector<lintest::Entry> e;
     for (int i = 1; i <= n; ++i) {
         for (int j = std::max(1, i - 3); j <= std::min(n, i + 3); ++j) {
-            e.push_back({i, j, {1.0 + (i * 31 + j * 17) % 11, c.dataType == LIN_REAL ? 0.0 : 0.5 * (j % 5)}});
+            e.push_back(
+                {i,
+                 j,
+                 {1.0 + (i * 31 + j * 17) % 11, c.dataType == LIN_REAL ? 0.0 : 0.5 * (j % 5)}});
         }
-        if (i % 1499 == 0) e.push_back({i, n + 1 - i, {-2.0, 1.0}});
+        if (i % 1499 == 0)
+            e.push_back({i, n + 1 - i, {-2.0, 1.0}});
     }
     MatPtr a(lintest::makeCoo(c.dataType, n, e));
     ASSERT_EQ(comLinMatChangeType(nullptr, a.get(), MAT_CSR), 1);
@@ -247,8 +256,12 @@ TEST_P(Kernels, TriangularSolvesMatchTheDenseReference)
     std::vector<lintest::Entry> band;
     for (int i = 1; i <= n; ++i) {
         for (int j = std::max(1, i - 2); j <= std::min(n, i + 2); ++j) {
-            if (j != i && (i + 2 * j) % 7 == 0) continue;
-            band.push_back({i, j, {j == i ? 4.0 : -1.0 + 0.1 * (i % 5), c.dataType == LIN_REAL ? 0.0 : 0.3 * (j - i)}});
+            if (j != i && (i + 2 * j) % 7 == 0)
+                continue;
+            band.push_back({i,
+                            j,
+                            {j == i ? 4.0 : -1.0 + 0.1 * (i % 5),
+                             c.dataType == LIN_REAL ? 0.0 : 0.3 * (j - i)}});
         }
     }
     MatPtr banded(lintest::makeCoo(c.dataType, n, band));
@@ -256,21 +269,21 @@ TEST_P(Kernels, TriangularSolvesMatchTheDenseReference)
     VecPtr x(lintest::randomVec(c.dataType, n, 12));
     const auto xv = lintest::values(x.get());
     for (const ComLinMat* a : {random.get(), banded.get()})
-    for (int upper : {0, 1}) {
-        for (int trans : {0, 1}) {
-            VecPtr y(comLinVecCreate(nullptr, c.dataType, n));
-            comLinMatTriSolv(nullptr, upper, a, trans, x.get(), y.get());
-            const auto want = refSolve(a, upper != 0, trans != 0, xv);
-            const std::vector<double> mag(n, 1.0);
-            expectClose(lintest::values(y.get()), want, mag, upper ? "upper" : "lower");
-            EXPECT_EQ(lintest::values(x.get()), xv);
-            // In place, the right-hand side overwritten by the solution, gives the same values.
-            VecPtr z(comLinVecCreate(nullptr, c.dataType, n));
-            comLinVecCopy(nullptr, x.get(), z.get());
-            comLinMatTriSolv(nullptr, upper, a, trans, z.get(), z.get());
-            EXPECT_EQ(lintest::values(z.get()), lintest::values(y.get()));
+        for (int upper : {0, 1}) {
+            for (int trans : {0, 1}) {
+                VecPtr y(comLinVecCreate(nullptr, c.dataType, n));
+                comLinMatTriSolv(nullptr, upper, a, trans, x.get(), y.get());
+                const auto want = refSolve(a, upper != 0, trans != 0, xv);
+                const std::vector<double> mag(n, 1.0);
+                expectClose(lintest::values(y.get()), want, mag, upper ? "upper" : "lower");
+                EXPECT_EQ(lintest::values(x.get()), xv);
+                // In place, the right-hand side overwritten by the solution, gives the same values.
+                VecPtr z(comLinVecCreate(nullptr, c.dataType, n));
+                comLinVecCopy(nullptr, x.get(), z.get());
+                comLinMatTriSolv(nullptr, upper, a, trans, z.get(), z.get());
+                EXPECT_EQ(lintest::values(z.get()), lintest::values(y.get()));
+            }
         }
-    }
 }
 
 TEST_P(Kernels, SolveReadsOnlyTheSelectedTriangle)
@@ -284,7 +297,8 @@ TEST_P(Kernels, SolveReadsOnlyTheSelectedTriangle)
         // The same matrix with the other triangle removed.
         std::vector<lintest::Entry> e;
         for (const auto& en : lintest::iterate(full.get())) {
-            if (upper ? en.col >= en.row : en.col <= en.row) e.push_back(en);
+            if (upper ? en.col >= en.row : en.col <= en.row)
+                e.push_back(en);
         }
         MatPtr tri(lintest::makeCoo(c.dataType, n, e));
         ASSERT_EQ(comLinMatChangeType(nullptr, tri.get(), MAT_CSR), 1);

@@ -40,7 +40,7 @@ double bitsToDouble(uint64_t bits)
     return d;
 }
 
-}  // namespace
+} // namespace
 
 TEST(VecCreate, FailuresUseTheMatrixCreateTexts)
 {
@@ -169,10 +169,9 @@ TEST(VecTrace, OneTitleLineAndOneValueLine)
     comLinVecTrace(nullptr, c.get(), "C");
     comLinVecTrace(nullptr, e.get(), "E");
     cap.take();
-    EXPECT_EQ(cap.out(),
-              "KWILTRC: Vector 7\n 1.5000e+00 -2.0000e-10\n"
-              "KWILTRC: C\n (1.0000e+00 -1.0000e+00)\n"
-              "KWILTRC: E\n\n");
+    EXPECT_EQ(cap.out(), "KWILTRC: Vector 7\n 1.5000e+00 -2.0000e-10\n"
+                         "KWILTRC: C\n (1.0000e+00 -1.0000e+00)\n"
+                         "KWILTRC: E\n\n");
 }
 
 TEST(VecCalc, AxpyAndScaleRealUseRealPartsOnly)
@@ -189,9 +188,9 @@ TEST(VecCalc, AxpyAndScaleComplex)
 {
     VecPtr x(compVec({{1, 2}, {0, -1}}));
     VecPtr y(compVec({{1, 1}, {2, 0}}));
-    comLinVecCalcVec(nullptr, {0, 1}, x.get(), y.get());  // y += i x
+    comLinVecCalcVec(nullptr, {0, 1}, x.get(), y.get()); // y += i x
     EXPECT_EQ(lintest::values(y.get()), (std::vector<Cplx>{{-1, 2}, {3, 0}}));
-    comLinVecCalcScal(nullptr, {1, -1}, y.get());  // y := (1 - i) y
+    comLinVecCalcScal(nullptr, {1, -1}, y.get()); // y := (1 - i) y
     EXPECT_EQ(lintest::values(y.get()), (std::vector<Cplx>{{1, 3}, {3, -3}}));
 }
 
@@ -215,7 +214,8 @@ TEST(VecCalc, TwoTermUpdateAddsTheSecondTermFirst)
     const auto z0 = lintest::values(z.get());
     comLinVecCalcVec2(nullptr, {1, 0}, v.get(), {-1, 0}, v.get(), z.get());
     const auto z1 = lintest::values(z.get());
-    for (int i = 0; i < 50; ++i) EXPECT_NEAR(std::abs(z1[i] - z0[i]), 0.0, 4e-16) << i;
+    for (int i = 0; i < 50; ++i)
+        EXPECT_NEAR(std::abs(z1[i] - z0[i]), 0.0, 4e-16) << i;
 }
 
 TEST(VecCalc, DotProductsAndConjugation)
@@ -231,13 +231,13 @@ TEST(VecCalc, DotProductsAndConjugation)
     // The conjugated product conjugates its first argument.
     VecPtr x(compVec({{1, 2}, {3, -1}}));
     VecPtr y(compVec({{2, 1}, {0, 1}}));
-    comLinVecCalcDotCompConj(nullptr, x.get(), y.get(), &r);  // (1-2i)(2+i) + (3+i)(i)
+    comLinVecCalcDotCompConj(nullptr, x.get(), y.get(), &r); // (1-2i)(2+i) + (3+i)(i)
     EXPECT_EQ(r.re, 4.0 - 1.0);
     EXPECT_EQ(r.im, -3.0 + 3.0);
     comLinVecCalcDotCompConj(nullptr, y.get(), x.get(), &r);
     EXPECT_EQ(r.re, 3.0);
     EXPECT_EQ(r.im, 0.0);
-    comLinVecCalcDotCompUnconj(nullptr, x.get(), y.get(), &r);  // (1+2i)(2+i) + (3-i)(i)
+    comLinVecCalcDotCompUnconj(nullptr, x.get(), y.get(), &r); // (1+2i)(2+i) + (3-i)(i)
     EXPECT_EQ(r.re, 0.0 + 1.0);
     EXPECT_EQ(r.im, 5.0 + 3.0);
     VecPtr a(realVec({1, -2, 3}));
