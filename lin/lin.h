@@ -65,8 +65,7 @@ int comLinMatParamCheck(KwilHandle* handle, const ComLinMat* mat, int pos, int r
                         const char* place);
 // As comLinMatParamCheck, but the message shows the shown values.
 int comLinMatParamCheckDispShift(KwilHandle* handle, const ComLinMat* mat, int pos, int row,
-                                 int col, int showPos, int showRow, int showCol,
-                                 const char* place);
+                                 int col, int showPos, int showRow, int showCol, const char* place);
 // Traces the title line and every entry on one line.
 void comLinMatTrace(KwilHandle* handle, const ComLinMat* mat, const char* format, ...)
     KWIL_PRINTF(3, 4);

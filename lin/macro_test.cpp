@@ -16,7 +16,8 @@ void comLinMacroTest(KwilHandle* handle)
     MatOwn comp(handle, comLinMatCreate(handle, MAT_COO, LIN_COMP, size, num));
     VecOwn realVec(handle, comLinVecCreate(handle, LIN_REAL, size));
     VecOwn compVec(handle, comLinVecCreate(handle, LIN_COMP, size));
-    if (!real || !comp || !realVec || !compVec) return;  // the creators have written their lines
+    if (!real || !comp || !realVec || !compVec)
+        return; // the creators have written their lines
     for (int i = 0; i < num; ++i) {
         const int row = i / 2 + 1;
         const int col = i / 2 + i % 2 + 1;

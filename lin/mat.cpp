@@ -44,7 +44,8 @@ ComLinMat* comLinMatCreate(KwilHandle* handle, int type, int dataType, int size,
 
 void comLinMatDelete(KwilHandle* handle, ComLinMat* mat)
 {
-    if (mat == nullptr) return;
+    if (mat == nullptr)
+        return;
     comFree(handle, mat->row);
     comFree(handle, mat->col);
     comFree(handle, mat->realData);
@@ -92,8 +93,10 @@ int comLinMatGetNext(KwilHandle* handle, const ComLinMat* mat, int* row, int* co
         // Moves forward from the caller's row to the row holding entry p, past empty rows.
         // A row outside 1..size or beyond the entry's own restarts the scan from row 1.
         int r = first != 0 ? 1 : *row;
-        if (r < 1 || r > mat->size || p + 1 < mat->row[r - 1]) r = 1;
-        while (r <= mat->size && p + 1 >= mat->row[r]) ++r;
+        if (r < 1 || r > mat->size || p + 1 < mat->row[r - 1])
+            r = 1;
+        while (r <= mat->size && p + 1 >= mat->row[r])
+            ++r;
         *row = r;
     } else {
         comAssert(handle, false, "Invalid matrix type in matrix get next");
@@ -111,12 +114,14 @@ int comLinMatGetNext(KwilHandle* handle, const ComLinMat* mat, int* row, int* co
 }
 
 int comLinMatParamCheckDispShift(KwilHandle* handle, const ComLinMat* mat, int pos, int row,
-                                 int col, int showPos, int showRow, int showCol,
-                                 const char* place)
+                                 int col, int showPos, int showRow, int showCol, const char* place)
 {
-    if (pos < 0 || pos >= mat->dataNum) return comErr(handle, "Invalid pos %d in %s", showPos, place);
-    if (row < 1 || row > mat->size) return comErr(handle, "Invalid row %d in %s", showRow, place);
-    if (col < 1 || col > mat->size) return comErr(handle, "Invalid col %d in %s", showCol, place);
+    if (pos < 0 || pos >= mat->dataNum)
+        return comErr(handle, "Invalid pos %d in %s", showPos, place);
+    if (row < 1 || row > mat->size)
+        return comErr(handle, "Invalid row %d in %s", showRow, place);
+    if (col < 1 || col > mat->size)
+        return comErr(handle, "Invalid col %d in %s", showCol, place);
     return 1;
 }
 
@@ -128,7 +133,8 @@ int comLinMatParamCheck(KwilHandle* handle, const ComLinMat* mat, int pos, int r
 
 void comLinMatTrace(KwilHandle* handle, const ComLinMat* mat, const char* format, ...)
 {
-    if (!comTraceOn(handle)) return;
+    if (!comTraceOn(handle))
+        return;
     fputs("KWILTRC: ", stdout);
     va_list args;
     va_start(args, format);

@@ -11,7 +11,7 @@ void comLinMatCalcVec(KwilHandle* handle, ComComplex alpha, const ComLinMat* a, 
     comAssert(handle, a->size == x->size && a->size == y->size,
               "Size unmatch in calculate matrix vector");
     const char operation[2] = {trans != 0 ? 't' : 'n', '\0'};
-    const char descriptor[7] = "g  f  ";  // general, one-based
+    const char descriptor[7] = "g  f  "; // general, one-based
     const int m = a->size;
     if (a->dataType == LIN_REAL) {
         mkl_dcsrmv(operation, &m, &m, &alpha.re, descriptor, a->realData, a->col, a->row,
@@ -34,11 +34,11 @@ void comLinMatTriSolv(KwilHandle* handle, int upper, const ComLinMat* a, int tra
               "Size unmatch in triangle matrix solver");
     const char triangle[2] = {upper != 0 ? 'u' : 'l', '\0'};
     const char operation[2] = {trans != 0 ? 't' : 'n', '\0'};
-    const char diagonal[2] = "n";  // the stored diagonal is used
+    const char diagonal[2] = "n"; // the stored diagonal is used
     const int m = a->size;
     if (a->dataType == LIN_REAL) {
-        mkl_dcsrtrsv(triangle, operation, diagonal, &m, a->realData, a->row, a->col,
-                     x->realData, y->realData);
+        mkl_dcsrtrsv(triangle, operation, diagonal, &m, a->realData, a->row, a->col, x->realData,
+                     y->realData);
     } else {
         mkl_zcsrtrsv(triangle, operation, diagonal, &m,
                      reinterpret_cast<const PlatformComplex16*>(a->compData), a->row, a->col,

@@ -20,15 +20,19 @@ void combSortRun(SortTriple* t, int len)
 {
     int gap = len;
     for (;;) {
-        gap = (gap * 10) / 13;
-        if (gap == 9 || gap == 10) gap = 11;
-        if (len <= 11 && gap == 11) gap = (gap * 10) / 13;
+        gap = static_cast<int>((gap * 10L) / 13);
+        if (gap == 9 || gap == 10)
+            gap = 11;
+        if (len <= 11 && gap == 11)
+            gap = (gap * 10) / 13; // 8
         if (gap == 0) {
-            if (len <= 1) return;
+            if (len <= 1)
+                return;
             gap = 1;
         }
         if (gap >= len) {
-            if (gap > 1) continue;
+            if (gap > 1)
+                continue;
             return;
         }
         bool swapped = false;
@@ -45,11 +49,12 @@ void combSortRun(SortTriple* t, int len)
                 swapped = true;
             }
         }
-        if (!swapped && gap <= 1) return;
+        if (!swapped && gap <= 1)
+            return;
     }
 }
 
-}  // namespace
+} // namespace
 
 int matSort(KwilHandle* handle, ComLinMat* mat)
 {
@@ -67,8 +72,10 @@ int matSort(KwilHandle* handle, ComLinMat* mat)
     }
 
     // Counting sort by row; within a row the entries keep their position order.
-    for (int r = 0; r < n; ++r) count[r] = 0;
-    for (int p = 0; p < nnz; ++p) ++count[mat->row[p] - 1];
+    for (int r = 0; r < n; ++r)
+        count[r] = 0;
+    for (int p = 0; p < nnz; ++p)
+        ++count[mat->row[p] - 1];
     int start = 0;
     for (int r = 0; r < n; ++r) {
         fill[r] = start;
@@ -105,7 +112,8 @@ int matSort(KwilHandle* handle, ComLinMat* mat)
     for (int k = 0; k + 1 < nnz; ++k) {
         const int r0 = mat->row[k], r1 = mat->row[k + 1];
         const int c0 = mat->col[k], c1 = mat->col[k + 1];
-        if (r0 == r1 && c0 == c1) return comErr(handle, "Dupulicate data error in matrix sort");
+        if (r0 == r1 && c0 == c1)
+            return comErr(handle, "Dupulicate data error in matrix sort");
         comAssert(handle, r0 < r1 || (r0 == r1 && c0 < c1), "Fatal error in matrix sort");
     }
     return 1;

@@ -35,7 +35,8 @@ ComLinVec* comLinVecCreate(KwilHandle* handle, int dataType, int size)
 
 void comLinVecDelete(KwilHandle* handle, ComLinVec* vec)
 {
-    if (vec == nullptr) return;
+    if (vec == nullptr)
+        return;
     comFree(handle, vec->realData);
     comFree(handle, vec->compData);
     comFree(handle, vec);
@@ -56,14 +57,16 @@ void comLinVecInit(KwilHandle*, ComLinVec* vec, ComComplex value)
 ComLinVec* comLinVecCreateInit(KwilHandle* handle, int dataType, int size, ComComplex value)
 {
     ComLinVec* vec = comLinVecCreate(handle, dataType, size);
-    if (vec != nullptr) comLinVecInit(handle, vec, value);
+    if (vec != nullptr)
+        comLinVecInit(handle, vec, value);
     return vec;
 }
 
 ComLinVec* comLinVecCreateCompFromReal(KwilHandle* handle, const ComLinVec* vec)
 {
     ComLinVec* comp = comLinVecCreate(handle, LIN_COMP, vec->size);
-    if (comp == nullptr) return nullptr;
+    if (comp == nullptr)
+        return nullptr;
     if (vec->dataType == LIN_REAL) {
         for (long i = 0; i < vec->size; ++i) {
             comp->compData[2 * i] = vec->realData[i];
@@ -98,7 +101,8 @@ void comLinVecCopy(KwilHandle* handle, const ComLinVec* src, ComLinVec* dst)
 int comLinVecParamCheckDispShift(KwilHandle* handle, const ComLinVec* vec, int pos, int showPos,
                                  const char* place)
 {
-    if (pos >= 0 && pos < vec->size) return 1;
+    if (pos >= 0 && pos < vec->size)
+        return 1;
     return comErr(handle, "Invalid pos %d in %s", showPos, place);
 }
 
@@ -118,21 +122,23 @@ bool isNanBits(double v)
            (bits & 0x000fffffffffffffULL) != 0;
 }
 
-}  // namespace
+} // namespace
 
 int comLinVecIsNan(KwilHandle*, const ComLinVec* vec)
 {
     const double* v = vec->dataType == LIN_REAL ? vec->realData : vec->compData;
     const long n = vec->dataType == LIN_REAL ? vec->size : 2L * vec->size;
     for (long i = 0; i < n; ++i) {
-        if (isNanBits(v[i])) return 1;
+        if (isNanBits(v[i]))
+            return 1;
     }
     return 0;
 }
 
 void comLinVecTrace(KwilHandle* handle, const ComLinVec* vec, const char* format, ...)
 {
-    if (!comTraceOn(handle)) return;
+    if (!comTraceOn(handle))
+        return;
     fputs("KWILTRC: ", stdout);
     va_list args;
     va_start(args, format);

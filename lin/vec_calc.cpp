@@ -53,7 +53,7 @@ void comLinVecCalcDotCompConj(KwilHandle* handle, const ComLinVec* x, const ComL
     comAssert(handle, x->size == y->size, "Size unmatch in calculate vector dot comp conj");
     comAssert(handle, x->dataType == LIN_COMP && y->dataType == LIN_COMP,
               "Invalid data type in calculate vector dot comp conj");
-    cblas_zdotc_sub(x->size, x->compData, 1, y->compData, 1, result);  // sum conj(x_i) y_i
+    cblas_zdotc_sub(x->size, x->compData, 1, y->compData, 1, result); // sum conj(x_i) y_i
 }
 
 void comLinVecCalcDotCompUnconj(KwilHandle* handle, const ComLinVec* x, const ComLinVec* y,
@@ -62,11 +62,12 @@ void comLinVecCalcDotCompUnconj(KwilHandle* handle, const ComLinVec* x, const Co
     comAssert(handle, x->size == y->size, "Size unmatch in calculate vector dot comp unconj");
     comAssert(handle, x->dataType == LIN_COMP && y->dataType == LIN_COMP,
               "Invalid data type in calculate vector dot comp unconj");
-    cblas_zdotu_sub(x->size, x->compData, 1, y->compData, 1, result);  // sum x_i y_i
+    cblas_zdotu_sub(x->size, x->compData, 1, y->compData, 1, result); // sum x_i y_i
 }
 
 double comLinVecCalcNorm2(KwilHandle*, const ComLinVec* x)
 {
-    if (x->dataType == LIN_REAL) return cblas_dnrm2(x->size, x->realData, 1);
+    if (x->dataType == LIN_REAL)
+        return cblas_dnrm2(x->size, x->realData, 1);
     return cblas_dznrm2(x->size, x->compData, 1);
 }

@@ -1,5 +1,21 @@
 // CSR product and triangular solves: see sparse_blas.h.
+//
+// The product runs in parallel over rows, each thread taking a contiguous block of rows with an
+// equal share of stored entries (plus one unit per row); the blocks are found by a binary search
+// on the row pointers at every call, so nothing is allocated or cached. The transposed product
+// scatters into y: each thread adds the entries whose column lies in its own block (the columns
+// of a square matrix split like its rows) and notes which of its rows reach outside; after a
+// barrier one thread adds those outside entries, thread by thread. For banded matrices that is a
+// few rows per block boundary; for any matrix it is correct.
+//
+// The triangular solves are row-oriented substitutions (op = "n") or column-oriented ones
+// (op = "t") on one thread, dividing through multiplication by the reciprocal of the diagonal
+// (so results may differ from a division in the last bit). Columns are taken sorted within each
+// row, as in the library's CSR form, so a solve reads only the entries of its own triangle and the
+// diagonal.
 #include "platform/sparse_blas.h"
+
+#include <omp.h>
 
 #include "common/com.h"
 
@@ -7,30 +23,95 @@ namespace {
 
 using Z = PlatformComplex16;
 
-// Scalar arithmetic written out, so that the complex paths do no NaN/infinity checks.
-inline double zero(double) { return 0.0; }
-inline Z zero(Z) { return Z{0.0, 0.0}; }
-inline bool isZero(double a) { return a == 0.0; }
-inline bool isZero(Z a) { return a.real == 0.0 && a.imag == 0.0; }
-inline double mul(double a, double b) { return a * b; }
-inline Z mul(Z a, Z b) { return Z{a.real * b.real - a.imag * b.imag, a.real * b.imag + a.imag * b.real}; }
-inline double add(double a, double b) { return a + b; }
-inline Z add(Z a, Z b) { return Z{a.real + b.real, a.imag + b.imag}; }
-inline double sub(double a, double b) { return a - b; }
-inline Z sub(Z a, Z b) { return Z{a.real - b.real, a.imag - b.imag}; }
-// Textbook quotient, without scaling.
-inline double div(double a, double b) { return a / b; }
-inline Z div(Z a, Z b)
+// Scalar arithmetic written out: the complex forms are the plain textbook formulas, without the
+// NaN/infinity checks of std::complex; the reciprocal below is unscaled.
+inline bool isZero(double a)
 {
-    const double d = b.real * b.real + b.imag * b.imag;
-    return Z{(a.real * b.real + a.imag * b.imag) / d, (a.imag * b.real - a.real * b.imag) / d};
+    return a == 0.0;
+}
+inline bool isZero(Z a)
+{
+    return a.real == 0.0 && a.imag == 0.0;
+}
+inline double mul(double a, double b)
+{
+    return a * b;
+}
+inline Z mul(Z a, Z b)
+{
+    return Z{a.real * b.real - a.imag * b.imag, a.real * b.imag + a.imag * b.real};
+}
+inline void addMul(double& s, double a, double b)
+{
+    s += a * b;
+}
+inline void addMul(Z& s, Z a, Z b)
+{
+    s.real += a.real * b.real - a.imag * b.imag;
+    s.imag += a.real * b.imag + a.imag * b.real;
+}
+inline void subMul(double& s, double a, double b)
+{
+    s -= a * b;
+}
+inline void subMul(Z& s, Z a, Z b)
+{
+    s.real -= a.real * b.real - a.imag * b.imag;
+    s.imag -= a.real * b.imag + a.imag * b.real;
+}
+inline double add(double a, double b)
+{
+    return a + b;
+}
+inline Z add(Z a, Z b)
+{
+    return Z{a.real + b.real, a.imag + b.imag};
+}
+inline double sub(double a, double b)
+{
+    return a - b;
+}
+inline Z sub(Z a, Z b)
+{
+    return Z{a.real - b.real, a.imag - b.imag};
 }
 
-bool isChar(const char* s, char lower) { return s != nullptr && (*s == lower || *s == lower - 32); }
+// Below this many entries plus rows a product runs on the calling thread alone.
+constexpr long PARALLEL_MIN_WORK = 16384;
+// Most threads a product uses; their boundary rows live in arrays of this length on the stack.
+constexpr int MAX_THREADS = 256;
 
-// Checks the arguments of a product; anything the library never passes is a contract failure.
-bool transposedProduct(const char* transa, int m, int k, const char* matdescra, const int* pntrb,
-                       const int* pntre)
+// Software prefetch distance, in bytes of values: the hardware prefetchers alone leave the
+// streams of values and columns well below the bandwidth a triad reaches on one core.
+constexpr int PREFETCH_BYTES = 4096;
+
+// Prefetches the value and column PREFETCH_BYTES of values after entry p (not beyond last).
+template <class V> inline void prefetchAhead(const V* val, const int* col, int p, int last)
+{
+    constexpr int ahead = PREFETCH_BYTES / static_cast<int>(sizeof(V));
+    const int q = last - p > ahead ? p + ahead : last;
+    __builtin_prefetch(val + q);
+    __builtin_prefetch(col + q);
+}
+
+// Prefetches the value and column PREFETCH_BYTES of values before entry p (not before 0).
+template <class V> inline void prefetchBehind(const V* val, const int* col, int p)
+{
+    constexpr int behind = PREFETCH_BYTES / static_cast<int>(sizeof(V));
+    const int q = p > behind ? p - behind : 0;
+    __builtin_prefetch(val + q);
+    __builtin_prefetch(col + q);
+}
+
+bool isChar(const char* s, char lower)
+{
+    return s != nullptr && (*s == lower || *s == lower - ('a' - 'A'));
+}
+
+// Checks the arguments of a product and returns whether it is transposed. Anything the library
+// never passes is a contract failure.
+bool checkProduct(const char* transa, int m, int k, const char* matdescra, const int* pntrb,
+                  const int* pntre)
 {
     comAssert(nullptr, isChar(transa, 'n') || isChar(transa, 't'),
               "Unsupported operation '%c' in sparse matrix vector product",
@@ -38,84 +119,287 @@ bool transposedProduct(const char* transa, int m, int k, const char* matdescra, 
     comAssert(nullptr, matdescra != nullptr && isChar(matdescra, 'g') && isChar(matdescra + 3, 'f'),
               "Unsupported descriptor \"%.6s\" in sparse matrix vector product",
               matdescra != nullptr ? matdescra : "");
-    comAssert(nullptr, m >= 0 && m == k, "Unsupported shape %d x %d in sparse matrix vector product",
-              m, k);
-    comAssert(nullptr, pntre == pntrb + 1, "Unsupported row end array in sparse matrix vector product");
+    comAssert(nullptr, m >= 0 && m == k,
+              "Unsupported shape %d x %d in sparse matrix vector product", m, k);
+    comAssert(nullptr, pntre == pntrb + 1,
+              "Unsupported row end array in sparse matrix vector product");
     return isChar(transa, 't');
 }
 
-// y := alpha A x + beta y; beta 0 does not read y.
+// Number of threads for a product of m rows and nnz entries.
+int productThreads(int m, long nnz)
+{
+    if (nnz + m < PARALLEL_MIN_WORK || omp_in_parallel())
+        return 1;
+    const int t = omp_get_max_threads();
+    return t < 1 ? 1 : (t > MAX_THREADS ? MAX_THREADS : t);
+}
+
+// First row of block t of nt: the smallest i with (ptr[i] - ptr[0]) + i >= t (nnz + m) / nt.
+int blockStart(const int* ptr, int m, int t, int nt)
+{
+    const long work = static_cast<long>(ptr[m]) - ptr[0] + m;
+    const long target = work * t / nt;
+    int lo = 0, hi = m;
+    while (lo < hi) {
+        const int mid = lo + (hi - lo) / 2;
+        if (static_cast<long>(ptr[mid]) - ptr[0] + mid >= target) {
+            hi = mid;
+        } else {
+            lo = mid + 1;
+        }
+    }
+    return lo;
+}
+
+// y[r0..r1) := alpha A x + beta y over those rows; beta 0 does not read y.
 template <class V>
-void csrmv(int m, V alpha, const V* val, const int* col, const int* ptr, const V* x, V beta,
-           V* y)
+void productRows(int r0, int r1, V alpha, const V* val, const int* col, const int* ptr, const V* x,
+                 V beta, V* y)
 {
     const bool beta0 = isZero(beta);
-    for (int i = 0; i < m; ++i) {
-        V s = zero(alpha);
-        for (int p = ptr[i] - 1; p < ptr[i + 1] - 1; ++p) s = add(s, mul(val[p], x[col[p] - 1]));
+    const int last = ptr[r1] - 1;
+    for (int i = r0; i < r1; ++i) {
+        V s{};
+        const int end = ptr[i + 1] - 1;
+        prefetchAhead(val, col, ptr[i] - 1, last);
+        for (int p = ptr[i] - 1; p < end; ++p)
+            addMul(s, val[p], x[col[p] - 1]);
         y[i] = beta0 ? mul(alpha, s) : add(mul(alpha, s), mul(beta, y[i]));
     }
 }
 
-// y := alpha A^T x + beta y; beta 0 does not read y.
 template <class V>
-void csrmvT(int m, V alpha, const V* val, const int* col, const int* ptr, const V* x, V beta,
-            V* y)
+void product(int m, V alpha, const V* val, const int* col, const int* ptr, const V* x, V beta, V* y)
 {
-    const bool beta0 = isZero(beta);
-    for (int i = 0; i < m; ++i) y[i] = beta0 ? zero(beta) : mul(beta, y[i]);
-    for (int i = 0; i < m; ++i) {
-        const V ax = mul(alpha, x[i]);
-        for (int p = ptr[i] - 1; p < ptr[i + 1] - 1; ++p) {
-            V& t = y[col[p] - 1];
-            t = add(t, mul(val[p], ax));
-        }
+    const int nt = productThreads(m, static_cast<long>(ptr[m]) - ptr[0]);
+    if (nt == 1) {
+        productRows(0, m, alpha, val, col, ptr, x, beta, y);
+        return;
+    }
+#pragma omp parallel num_threads(nt)
+    {
+        const int t = omp_get_thread_num();
+        const int n = omp_get_num_threads();
+        productRows(blockStart(ptr, m, t, n), blockStart(ptr, m, t + 1, n), alpha, val, col, ptr, x,
+                    beta, y);
     }
 }
 
-// Solves op(T) y = x for T the lower (upper false) or upper triangle of A, stored diagonal.
-template <class V>
-void csrtrsv(bool upper, bool trans, int m, const V* val, const int* ptr, const int* col,
-             const V* x, V* y)
+// y := beta y over [r0, r1); beta 0 writes zeros without reading y.
+template <class V> void scale(int r0, int r1, V beta, V* y)
 {
-    if (!trans) {
-        // Row-oriented substitution, forward for lower, backward for upper.
-        for (int step = 0; step < m; ++step) {
-            const int i = upper ? m - 1 - step : step;
-            V s = zero(x[0]);
-            V d = zero(x[0]);
-            for (int p = ptr[i] - 1; p < ptr[i + 1] - 1; ++p) {
-                const int j = col[p] - 1;
-                if (j == i) {
-                    d = val[p];
-                } else if (upper ? j > i : j < i) {
-                    s = add(s, mul(val[p], y[j]));
-                }
-            }
-            y[i] = div(sub(x[i], s), d);
+    if (isZero(beta)) {
+        for (int i = r0; i < r1; ++i)
+            y[i] = V{};
+    } else {
+        for (int i = r0; i < r1; ++i)
+            y[i] = mul(beta, y[i]);
+    }
+}
+
+template <class V>
+void productTransposed(int m, V alpha, const V* val, const int* col, const int* ptr, const V* x,
+                       V beta, V* y)
+{
+    const int nt = productThreads(m, static_cast<long>(ptr[m]) - ptr[0]);
+    if (nt == 1) {
+        scale(0, m, beta, y);
+        const int last = ptr[m] - 1;
+        for (int i = 0; i < m; ++i) {
+            const V ax = mul(alpha, x[i]);
+            const int end = ptr[i + 1] - 1;
+            prefetchAhead(val, col, ptr[i] - 1, last);
+            for (int p = ptr[i] - 1; p < end; ++p)
+                addMul(y[col[p] - 1], val[p], ax);
         }
         return;
     }
-    // T^T y = x, column-oriented: backward for lower, forward for upper.
-    for (int i = 0; i < m; ++i) y[i] = x[i];
-    for (int step = 0; step < m; ++step) {
-        const int i = upper ? step : m - 1 - step;
-        V d = zero(x[0]);
-        for (int p = ptr[i] - 1; p < ptr[i + 1] - 1; ++p) {
-            if (col[p] - 1 == i) d = val[p];
+    // Per block: rows [r0, headEnd) may hold columns before the block, rows [tailStart, r1)
+    // columns after it.
+    int start[MAX_THREADS + 1];
+    int headEnd[MAX_THREADS];
+    int tailStart[MAX_THREADS];
+    int used = 1;
+#pragma omp parallel num_threads(nt)
+    {
+        const int t = omp_get_thread_num();
+        const int n = omp_get_num_threads();
+        const int r0 = blockStart(ptr, m, t, n);
+        const int r1 = blockStart(ptr, m, t + 1, n);
+        start[t] = r0;
+        if (t == n - 1) {
+            start[n] = m;
+            used = n;
         }
-        const V yi = div(y[i], d);
-        y[i] = yi;
-        for (int p = ptr[i] - 1; p < ptr[i + 1] - 1; ++p) {
-            const int j = col[p] - 1;
-            if (upper ? j > i : j < i) y[j] = sub(y[j], mul(val[p], yi));
+        scale(r0, r1, beta, y);
+        int head = r0, tail = r1;
+        const int last = ptr[r1] - 1;
+        for (int i = r0; i < r1; ++i) {
+            const V ax = mul(alpha, x[i]);
+            const int end = ptr[i + 1] - 1;
+            prefetchAhead(val, col, ptr[i] - 1, last);
+            for (int p = ptr[i] - 1; p < end; ++p) {
+                const int c = col[p] - 1;
+                if (c >= r0 && c < r1) {
+                    addMul(y[c], val[p], ax);
+                } else if (c < r0) {
+                    head = i + 1;
+                } else if (tail == r1) {
+                    tail = i;
+                }
+            }
+        }
+        headEnd[t] = head;
+        tailStart[t] = tail;
+    }
+    // The entries outside each block, added by this thread alone.
+    for (int t = 0; t < used; ++t) {
+        const int r0 = start[t], r1 = start[t + 1];
+        for (int i = r0; i < headEnd[t]; ++i) {
+            const V ax = mul(alpha, x[i]);
+            for (int p = ptr[i] - 1; p < ptr[i + 1] - 1; ++p) {
+                const int c = col[p] - 1;
+                if (c < r0)
+                    addMul(y[c], val[p], ax);
+            }
+        }
+        for (int i = tailStart[t]; i < r1; ++i) {
+            const V ax = mul(alpha, x[i]);
+            for (int p = ptr[i] - 1; p < ptr[i + 1] - 1; ++p) {
+                const int c = col[p] - 1;
+                if (c >= r1)
+                    addMul(y[c], val[p], ax);
+            }
         }
     }
 }
 
-// Checks the arguments of a solve and returns (upper, trans).
-void checkSolve(const char* uplo, const char* transa, const char* diag, int m, bool* upper,
-                bool* trans)
+// 1 / d, computed apart from the chain of dependent rows: the substitutions multiply by it.
+inline double recip(double d)
+{
+    return 1.0 / d;
+}
+inline Z recip(Z d)
+{
+    const double dd = d.real * d.real + d.imag * d.imag;
+    return Z{d.real / dd, -d.imag / dd};
+}
+
+// Lower solve T y = x, forward: y_i = (x_i - sum_{j<i} t_ij y_j) / t_ii. x may be y.
+// Each row depends on the one before through t_{i,i-1}; that term is taken from a register and
+// applied last, y_i = s r - (t_{i,i-1} r) y_{i-1} with r = 1 / t_ii, so that only one product
+// and one subtraction lie on the chain from row to row.
+template <class V>
+void solveLower(int m, const V* val, const int* ptr, const int* col, const V* x, V* y)
+{
+    const int last = m > 0 ? ptr[m] - 1 : 0;
+    V prev{}; // y_{i-1}
+    for (int i = 0; i < m; ++i) {
+        const int end = ptr[i + 1] - 1;
+        int p = ptr[i] - 1;
+        prefetchAhead(val, col, p, last);
+        V s = x[i];
+        for (; p < end && col[p] < i; ++p)
+            subMul(s, val[p], y[col[p] - 1]);
+        int q = p;
+        const bool near = q < end && col[q] == i; // t_{i,i-1}
+        if (near)
+            ++q;
+        const V r = recip(q < end && col[q] == i + 1 ? val[q] : V{});
+        V t = mul(s, r);
+        if (near)
+            subMul(t, mul(val[p], r), prev);
+        y[i] = prev = t;
+    }
+}
+
+// Upper solve T y = x, backward: y_i = (x_i - sum_{j>i} t_ij y_j) / t_ii. x may be y.
+// The term of t_{i,i+1} is kept out of the row-to-row chain as in solveLower.
+template <class V>
+void solveUpper(int m, const V* val, const int* ptr, const int* col, const V* x, V* y)
+{
+    V next{}; // y_{i+1}
+    for (int i = m - 1; i >= 0; --i) {
+        const int begin = ptr[i] - 1;
+        const int end = ptr[i + 1] - 1;
+        prefetchBehind(val, col, begin);
+        int q = end; // the strict upper part is [q, end) once the scan stops
+        while (q > begin && col[q - 1] > i + 1)
+            --q;
+        const V r = recip(q > begin && col[q - 1] == i + 1 ? val[q - 1] : V{});
+        const bool near = q < end && col[q] == i + 2; // t_{i,i+1}
+        V s = x[i];
+        for (int p = near ? q + 1 : q; p < end; ++p)
+            subMul(s, val[p], y[col[p] - 1]);
+        V t = mul(s, r);
+        if (near)
+            subMul(t, mul(val[q], r), next);
+        y[i] = next = t;
+    }
+}
+
+// Lower transposed solve T^T y = x, backward by rows of T: y_i := y_i / t_ii, then
+// y_j -= t_ij y_i for j < i. The update of y_{i-1} is carried in a register to the next step.
+template <class V>
+void solveLowerTransposed(int m, const V* val, const int* ptr, const int* col, const V* x, V* y)
+{
+    if (y != x) {
+        for (int i = 0; i < m; ++i)
+            y[i] = x[i];
+    }
+    V carry{}; // t_{i+1,i} y_{i+1}, not yet subtracted from y_i
+    for (int i = m - 1; i >= 0; --i) {
+        const int begin = ptr[i] - 1;
+        prefetchBehind(val, col, begin);
+        int q = ptr[i + 1] - 1; // the strict lower part is [begin, q) once the scan stops
+        while (q > begin && col[q - 1] > i + 1)
+            --q;
+        V d{};
+        if (q > begin && col[q - 1] == i + 1)
+            d = val[--q];
+        const V yi = mul(sub(y[i], carry), recip(d));
+        y[i] = yi;
+        carry = V{};
+        if (q > begin && col[q - 1] == i)
+            carry = mul(val[--q], yi);
+        for (int p = begin; p < q; ++p)
+            subMul(y[col[p] - 1], val[p], yi);
+    }
+}
+
+// Upper transposed solve T^T y = x, forward: y_i := y_i / t_ii, then y_j -= t_ij y_i for j > i,
+// carrying the update of y_{i+1} in a register.
+template <class V>
+void solveUpperTransposed(int m, const V* val, const int* ptr, const int* col, const V* x, V* y)
+{
+    if (y != x) {
+        for (int i = 0; i < m; ++i)
+            y[i] = x[i];
+    }
+    const int last = m > 0 ? ptr[m] - 1 : 0;
+    V carry{}; // t_{i-1,i} y_{i-1}, not yet subtracted from y_i
+    for (int i = 0; i < m; ++i) {
+        const int end = ptr[i + 1] - 1;
+        int p = ptr[i] - 1;
+        prefetchAhead(val, col, p, last);
+        while (p < end && col[p] < i + 1)
+            ++p;
+        V d{};
+        if (p < end && col[p] == i + 1)
+            d = val[p++];
+        const V yi = mul(sub(y[i], carry), recip(d));
+        y[i] = yi;
+        carry = V{};
+        if (p < end && col[p] == i + 2)
+            carry = mul(val[p++], yi);
+        for (; p < end; ++p)
+            subMul(y[col[p] - 1], val[p], yi);
+    }
+}
+
+// Checks the arguments of a solve; anything the library never passes is a contract failure.
+void checkSolve(const char* uplo, const char* transa, const char* diag, int m)
 {
     comAssert(nullptr, isChar(uplo, 'l') || isChar(uplo, 'u'),
               "Unsupported triangle '%c' in sparse triangle solver", uplo != nullptr ? *uplo : '?');
@@ -125,20 +409,37 @@ void checkSolve(const char* uplo, const char* transa, const char* diag, int m, b
     comAssert(nullptr, isChar(diag, 'n'), "Unsupported diagonal '%c' in sparse triangle solver",
               diag != nullptr ? *diag : '?');
     comAssert(nullptr, m >= 0, "Unsupported size %d in sparse triangle solver", m);
-    *upper = isChar(uplo, 'u');
-    *trans = isChar(transa, 't');
 }
 
-}  // namespace
+template <class V>
+void solve(const char* uplo, const char* transa, const char* diag, int m, const V* a, const int* ia,
+           const int* ja, const V* x, V* y)
+{
+    checkSolve(uplo, transa, diag, m);
+    const bool upper = isChar(uplo, 'u');
+    if (isChar(transa, 't')) {
+        if (upper) {
+            solveUpperTransposed(m, a, ia, ja, x, y);
+        } else {
+            solveLowerTransposed(m, a, ia, ja, x, y);
+        }
+    } else if (upper) {
+        solveUpper(m, a, ia, ja, x, y);
+    } else {
+        solveLower(m, a, ia, ja, x, y);
+    }
+}
+
+} // namespace
 
 void mkl_dcsrmv(const char* transa, const int* m, const int* k, const double* alpha,
                 const char* matdescra, const double* val, const int* indx, const int* pntrb,
                 const int* pntre, const double* x, const double* beta, double* y)
 {
-    if (transposedProduct(transa, *m, *k, matdescra, pntrb, pntre)) {
-        csrmvT(*m, *alpha, val, indx, pntrb, x, *beta, y);
+    if (checkProduct(transa, *m, *k, matdescra, pntrb, pntre)) {
+        productTransposed(*m, *alpha, val, indx, pntrb, x, *beta, y);
     } else {
-        csrmv(*m, *alpha, val, indx, pntrb, x, *beta, y);
+        product(*m, *alpha, val, indx, pntrb, x, *beta, y);
     }
 }
 
@@ -147,26 +448,22 @@ void mkl_zcsrmv(const char* transa, const int* m, const int* k, const PlatformCo
                 const int* pntrb, const int* pntre, const PlatformComplex16* x,
                 const PlatformComplex16* beta, PlatformComplex16* y)
 {
-    if (transposedProduct(transa, *m, *k, matdescra, pntrb, pntre)) {
-        csrmvT(*m, *alpha, val, indx, pntrb, x, *beta, y);
+    if (checkProduct(transa, *m, *k, matdescra, pntrb, pntre)) {
+        productTransposed(*m, *alpha, val, indx, pntrb, x, *beta, y);
     } else {
-        csrmv(*m, *alpha, val, indx, pntrb, x, *beta, y);
+        product(*m, *alpha, val, indx, pntrb, x, *beta, y);
     }
 }
 
 void mkl_dcsrtrsv(const char* uplo, const char* transa, const char* diag, const int* m,
                   const double* a, const int* ia, const int* ja, const double* x, double* y)
 {
-    bool upper = false, trans = false;
-    checkSolve(uplo, transa, diag, *m, &upper, &trans);
-    csrtrsv(upper, trans, *m, a, ia, ja, x, y);
+    solve(uplo, transa, diag, *m, a, ia, ja, x, y);
 }
 
 void mkl_zcsrtrsv(const char* uplo, const char* transa, const char* diag, const int* m,
                   const PlatformComplex16* a, const int* ia, const int* ja,
                   const PlatformComplex16* x, PlatformComplex16* y)
 {
-    bool upper = false, trans = false;
-    checkSolve(uplo, transa, diag, *m, &upper, &trans);
-    csrtrsv(upper, trans, *m, a, ia, ja, x, y);
+    solve(uplo, transa, diag, *m, a, ia, ja, x, y);
 }

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <complex>
 #include <random>
 #include <vector>
@@ -55,7 +56,8 @@ struct VecPtr {
 inline ComLinMat* makeCoo(int dataType, int size, const std::vector<Entry>& e)
 {
     ComLinMat* m = comLinMatCreate(nullptr, MAT_COO, dataType, size, static_cast<int>(e.size()));
-    if (m == nullptr) return nullptr;
+    if (m == nullptr)
+        return nullptr;
     for (size_t p = 0; p < e.size(); ++p) {
         m->row[p] = e[p].row;
         m->col[p] = e[p].col;
@@ -72,7 +74,8 @@ inline ComLinMat* makeCoo(int dataType, int size, const std::vector<Entry>& e)
 // Value at entry position p.
 inline Cplx valueAt(const ComLinMat* m, int p)
 {
-    if (m->dataType == LIN_REAL) return m->realData[p];
+    if (m->dataType == LIN_REAL)
+        return m->realData[p];
     return {m->compData[2 * p], m->compData[2 * p + 1]};
 }
 
@@ -108,7 +111,8 @@ ComLinMat* randomCsr(int dataType, int n, unsigned seed, RowLen rowLen, bool wit
     for (int i = 1; i <= n; ++i) {
         const int len = std::min(rowLen(i), n);
         std::vector<int> cols;
-        if (withDiag && len > 0) cols.push_back(i);
+        if (withDiag && len > 0)
+            cols.push_back(i);
         while (static_cast<int>(cols.size()) < len) {
             const int c = std::uniform_int_distribution<int>(1, n)(gen);
             if (!used[c - 1] && c != (withDiag ? i : 0)) {
@@ -116,10 +120,12 @@ ComLinMat* randomCsr(int dataType, int n, unsigned seed, RowLen rowLen, bool wit
                 cols.push_back(c);
             }
         }
-        for (int c : cols) used[c - 1] = 0;
+        for (int c : cols)
+            used[c - 1] = 0;
         for (int c : cols) {
             Cplx v(u(gen), dataType == LIN_REAL ? 0.0 : u(gen));
-            if (c == i) v += Cplx(len + 1.0, dataType == LIN_REAL ? 0.0 : 0.5);
+            if (c == i)
+                v += Cplx(len + 1.0, dataType == LIN_REAL ? 0.0 : 0.5);
             e.push_back({i, c, v});
         }
     }
@@ -137,7 +143,8 @@ inline ComLinVec* randomVec(int dataType, int n, unsigned seed)
     ComLinVec* v = comLinVecCreate(nullptr, dataType, n);
     const int k = dataType == LIN_REAL ? n : 2 * n;
     double* d = dataType == LIN_REAL ? v->realData : v->compData;
-    for (int i = 0; i < k; ++i) d[i] = u(gen);
+    for (int i = 0; i < k; ++i)
+        d[i] = u(gen);
     return v;
 }
 
@@ -152,4 +159,4 @@ inline std::vector<Cplx> values(const ComLinVec* v)
     return out;
 }
 
-}  // namespace lintest
+} // namespace lintest

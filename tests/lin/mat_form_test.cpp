@@ -10,32 +10,38 @@
 using kwiltest::Capture;
 using lintest::Cplx;
 using lintest::Entry;
-using lintest::MatPtr;
 using lintest::makeCoo;
+using lintest::MatPtr;
 
 namespace {
 
-std::vector<int> cols(const ComLinMat* m) { return std::vector<int>(m->col, m->col + m->dataNum); }
+std::vector<int> cols(const ComLinMat* m)
+{
+    return std::vector<int>(m->col, m->col + m->dataNum);
+}
 
 std::vector<Cplx> vals(const ComLinMat* m)
 {
     std::vector<Cplx> v;
-    for (int p = 0; p < m->dataNum; ++p) v.push_back(lintest::valueAt(m, p));
+    for (int p = 0; p < m->dataNum; ++p)
+        v.push_back(lintest::valueAt(m, p));
     return v;
 }
 
 bool sameEntries(const std::vector<Entry>& a, const std::vector<Entry>& b)
 {
-    if (a.size() != b.size()) return false;
+    if (a.size() != b.size())
+        return false;
     for (size_t k = 0; k < a.size(); ++k) {
-        if (a[k].row != b[k].row || a[k].col != b[k].col || a[k].val != b[k].val) return false;
+        if (a[k].row != b[k].row || a[k].col != b[k].col || a[k].val != b[k].val)
+            return false;
     }
     return true;
 }
 
-class Forms : public testing::TestWithParam<int> {};  // the data type
+class Forms : public testing::TestWithParam<int> {}; // the data type
 
-}  // namespace
+} // namespace
 
 INSTANTIATE_TEST_SUITE_P(RealAndComplex, Forms, testing::Values(LIN_REAL, LIN_COMP));
 
@@ -50,7 +56,8 @@ TEST_P(Forms, ReverseOrderedEntriesSortThenCompress)
     EXPECT_EQ(lintest::rowArray(m.get()), (std::vector<int>{1, 1, 2, 3}));
     EXPECT_EQ(cols(m.get()), (std::vector<int>{1, 2, 1, 3}));
     const double im = dt == LIN_REAL ? 0.0 : 1.0;
-    EXPECT_EQ(vals(m.get()), (std::vector<Cplx>{{1, -im}, {2, -2 * im}, {3, -3 * im}, {4, -4 * im}}));
+    EXPECT_EQ(vals(m.get()),
+              (std::vector<Cplx>{{1, -im}, {2, -2 * im}, {3, -3 * im}, {4, -4 * im}}));
     ASSERT_EQ(comLinMatChangeType(nullptr, m.get(), MAT_CSR), 1);
     EXPECT_EQ(m->type, MAT_CSR);
     EXPECT_EQ(lintest::rowArray(m.get()), (std::vector<int>{1, 3, 4, 5}));
@@ -83,8 +90,13 @@ TEST_P(Forms, EmptyRowsGiveEqualPointersAndTheSameIterationInEveryForm)
 {
     const int dt = GetParam();
     // Rows 1, 3 and 6 of 6 are empty.
-    MatPtr m(makeCoo(dt, 6, {{5, 6, {6, 1}}, {2, 2, {1, 2}}, {4, 1, {3, 3}}, {5, 1, {5, 4}},
-                             {2, 5, {2, 5}}, {4, 4, {4, 6}}}));
+    MatPtr m(makeCoo(dt, 6,
+                     {{5, 6, {6, 1}},
+                      {2, 2, {1, 2}},
+                      {4, 1, {3, 3}},
+                      {5, 1, {5, 4}},
+                      {2, 5, {2, 5}},
+                      {4, 4, {4, 6}}}));
     ASSERT_EQ(comLinMatChangeType(nullptr, m.get(), MAT_SORTED), 1);
     const auto sorted = lintest::iterate(m.get());
     ASSERT_EQ(sorted.size(), 6u);
@@ -114,12 +126,15 @@ TEST_P(Forms, RowsOfEveryLengthInAnyOrderSortByColumn)
         for (int r = 1; r <= n; ++r) {
             const int len = r - 1;
             std::vector<int> c;
-            for (int k = 0; k < len; ++k) c.push_back(n - 3 * k % n);
+            for (int k = 0; k < len; ++k)
+                c.push_back(n - 3 * k % n);
             std::sort(c.begin(), c.end());
             c.erase(std::unique(c.begin(), c.end()), c.end());
             std::reverse(c.begin(), c.end());
-            if (shuffle == 1) std::shuffle(c.begin(), c.end(), gen);
-            for (int col : c) e.push_back({r, col, {1.0 * r * 100 + col, -1.0 * col}});
+            if (shuffle == 1)
+                std::shuffle(c.begin(), c.end(), gen);
+            for (int col : c)
+                e.push_back({r, col, {1.0 * r * 100 + col, -1.0 * col}});
         }
         std::shuffle(e.begin(), e.end(), gen);
         MatPtr m(makeCoo(dt, n, e));
@@ -142,7 +157,8 @@ TEST_P(Forms, TwelveDescendingColumnsUseGapEleven)
 {
     const int dt = GetParam();
     std::vector<Entry> e;
-    for (int c = 12; c >= 1; --c) e.push_back({1, c, {double(c), 0}});
+    for (int c = 12; c >= 1; --c)
+        e.push_back({1, c, {double(c), 0}});
     MatPtr m(makeCoo(dt, 12, e));
     ASSERT_EQ(comLinMatChangeType(nullptr, m.get(), MAT_CSR), 1);
     EXPECT_EQ(cols(m.get()), (std::vector<int>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}));
@@ -171,7 +187,8 @@ TEST_P(Forms, DuplicateEntriesFailAndLeaveBothInSortedForm)
 TEST_P(Forms, RoundTripsReproduceTheArrays)
 {
     const int dt = GetParam();
-    MatPtr m(lintest::randomCsr(dt, 60, 5, [](int i) { return i % 7; }, false));
+    MatPtr m(lintest::randomCsr(
+        dt, 60, 5, [](int i) { return i % 7; }, false));
     const auto ptr = lintest::rowArray(m.get());
     const auto c = cols(m.get());
     const auto v = vals(m.get());
@@ -225,8 +242,10 @@ TEST(FormsAlloc, SortFailureLeavesTheUnsortedMatrix)
             cap.take();
             EXPECT_EQ(r, 0);
             std::string create;
-            if (k == 4) create = "KWILERR: Allocation error in matrix create\n";
-            if (k == 5 || k == 6) create = "KWILERR: Row or col allocation error in matrix create\n";
+            if (k == 4)
+                create = "KWILERR: Allocation error in matrix create\n";
+            if (k == 5 || k == 6)
+                create = "KWILERR: Row or col allocation error in matrix create\n";
             if (k == 7) {
                 create = dt == LIN_REAL ? "KWILERR: Real data allocation error in matrix create\n"
                                         : "KWILERR: Comp data allocation error in matrix create\n";
@@ -246,7 +265,7 @@ TEST(FormsAlloc, CompressionFailureLeavesTheSortedMatrix)
 {
     MatPtr m(makeCoo(LIN_REAL, 3, {{3, 3, {4, 0}}, {1, 2, {2, 0}}, {2, 1, {3, 0}}}));
     Capture cap;
-    comTestFailAlloc(8);  // the seven allocations of the sort succeed
+    comTestFailAlloc(8); // the seven allocations of the sort succeed
     const int r = comLinMatChangeType(nullptr, m.get(), MAT_CSR);
     comTestFailAlloc(0);
     cap.take();
@@ -282,7 +301,8 @@ TEST(FormsAlloc, EveryAllocationOfAFullRoundTripIsChecked)
 {
     const long points = kwiltest::sweepAllocFailures([] {
         ComLinMat* m = makeCoo(LIN_COMP, 4, {{4, 1, {1, 1}}, {1, 4, {2, 2}}, {2, 2, {3, 3}}});
-        if (m == nullptr) return false;
+        if (m == nullptr)
+            return false;
         const bool ok = comLinMatChangeType(nullptr, m, MAT_CSR) == 1 &&
                         comLinMatChangeType(nullptr, m, MAT_SORTED) == 1 &&
                         comLinMatChangeType(nullptr, m, MAT_COO) == 1 &&
@@ -310,7 +330,7 @@ TEST(FormsDeathTest, ContractViolationsEndTheProcess)
                 "^KWILASR: Invalid type 2 in matrix restore CSR\n$");
     EXPECT_EXIT(comLinMatChangeType(nullptr, coo.get(), -1), testing::ExitedWithCode(255),
                 "^KWILASR: Invalid matrix type in matrix change type\n$");
-    coo->type = 5;  // a form outside the table, requested as itself, is left alone
+    coo->type = 5; // a form outside the table, requested as itself, is left alone
     EXPECT_EQ(comLinMatChangeType(nullptr, coo.get(), 5), 1);
     EXPECT_EXIT(comLinMatChangeType(nullptr, coo.get(), MAT_COO), testing::ExitedWithCode(255),
                 "^KWILASR: Invalid matrix type in matrix change type\n$");

@@ -6,8 +6,8 @@
 
 using kwiltest::Capture;
 using lintest::FakeHandle;
-using lintest::MatPtr;
 using lintest::makeCoo;
+using lintest::MatPtr;
 
 TEST(MatCreate, ArraysFollowTheForm)
 {
@@ -26,7 +26,7 @@ TEST(MatCreate, ArraysFollowTheForm)
     EXPECT_EQ(csr->dataType, LIN_COMP);
     EXPECT_EQ(csr->realData, nullptr);
     EXPECT_NE(csr->compData, nullptr);
-    csr->row[4] = 3;  // size+1 pointers are writable (checked by the sanitizer build)
+    csr->row[4] = 3; // size+1 pointers are writable (checked by the sanitizer build)
 }
 
 TEST(MatCreate, EachFailedAllocationHasItsLineAndLeaksNothing)
@@ -47,7 +47,8 @@ TEST(MatCreate, EachFailedAllocationHasItsLineAndLeaksNothing)
             comTestFailAlloc(0);
             cap.take();
             EXPECT_EQ(m, nullptr);
-            EXPECT_EQ(cap.err(), std::string("KWILERR: Allocation error\nKWILERR: ") + extra[dt][k - 1] + "\n");
+            EXPECT_EQ(cap.err(), std::string("KWILERR: Allocation error\nKWILERR: ") +
+                                     extra[dt][k - 1] + "\n");
             EXPECT_EQ(comTestLiveAllocs(), live);
         }
     }
@@ -55,7 +56,8 @@ TEST(MatCreate, EachFailedAllocationHasItsLineAndLeaksNothing)
 
 TEST(MatGetNext, CsrIterationFindsRowsFromAnyLowerStart)
 {
-    MatPtr m(makeCoo(LIN_REAL, 5, {{4, 2, {8, 0}}, {1, 1, {1, 0}}, {4, 5, {9, 0}}, {2, 3, {2, 0}}}));
+    MatPtr m(
+        makeCoo(LIN_REAL, 5, {{4, 2, {8, 0}}, {1, 1, {1, 0}}, {4, 5, {9, 0}}, {2, 3, {2, 0}}}));
     ASSERT_EQ(comLinMatChangeType(nullptr, m.get(), MAT_CSR), 1);
     int row = 0, col = 0, pos = 0;
     double re = 0.0, im = -1.0;
@@ -71,7 +73,7 @@ TEST(MatGetNext, CsrIterationFindsRowsFromAnyLowerStart)
     ASSERT_EQ(comLinMatGetNext(nullptr, m.get(), &row, &col, &pos, &re, &im, 0), 1);
     EXPECT_EQ(row, 2);
     EXPECT_EQ(col, 3);
-    row = 0;  // the lowest start of all
+    row = 0; // the lowest start of all
     ASSERT_EQ(comLinMatGetNext(nullptr, m.get(), &row, &col, &pos, &re, &im, 0), 1);
     EXPECT_EQ(row, 4);
     EXPECT_EQ(col, 2);
@@ -105,7 +107,8 @@ TEST(MatGetNextDeathTest, UnknownFormIsAContractViolation)
     int row = 0, col = 0, pos = 0;
     double re = 0, im = 0;
     EXPECT_EXIT(comLinMatGetNext(nullptr, m.get(), &row, &col, &pos, &re, &im, 1),
-                testing::ExitedWithCode(255), "^KWILASR: Invalid matrix type in matrix get next\n$");
+                testing::ExitedWithCode(255),
+                "^KWILASR: Invalid matrix type in matrix get next\n$");
     m->type = MAT_COO;
 }
 
@@ -123,14 +126,14 @@ TEST(MatParamCheck, EachBoundHasItsLineWithTheShownValue)
         {1, 4, 1, "KWILERR: Invalid row 14 in set coef mat\n"},
         {1, 1, 0, "KWILERR: Invalid col 20 in set coef mat\n"},
         {1, 1, 4, "KWILERR: Invalid col 24 in set coef mat\n"},
-        {2, 0, 0, "KWILERR: Invalid pos 12 in set coef mat\n"},  // pos is checked first
-        {1, 0, 9, "KWILERR: Invalid row 10 in set coef mat\n"},  // then row
+        {2, 0, 0, "KWILERR: Invalid pos 12 in set coef mat\n"}, // pos is checked first
+        {1, 0, 9, "KWILERR: Invalid row 10 in set coef mat\n"}, // then row
     };
     for (const Case& c : cases) {
         Capture cap;
-        const int r = comLinMatParamCheckDispShift(nullptr, m.get(), c.pos, c.row, c.col,
-                                                   c.pos + 10, c.row + 10, c.col + 20,
-                                                   "set coef mat");
+        const int r =
+            comLinMatParamCheckDispShift(nullptr, m.get(), c.pos, c.row, c.col, c.pos + 10,
+                                         c.row + 10, c.col + 20, "set coef mat");
         cap.take();
         EXPECT_EQ(r, 0);
         EXPECT_EQ(cap.err(), c.line);
@@ -154,17 +157,17 @@ TEST(MatTrace, PrintsEveryEntryOnOneLineAndObeysTheGate)
     comLinMatTrace(&on.h, real.get(), "Matrix %s", "A");
     comLinMatTrace(nullptr, comp.get(), "C");
     cap.take();
-    EXPECT_EQ(cap.out(),
-              "KWILTRC: Matrix A\n (2 1 1.5000e+00) (1 3 -2.0000e-07)\n"
-              "KWILTRC: C\n (2 1 1.5000e+00 -1.0000e+00)\n");
+    EXPECT_EQ(cap.out(), "KWILTRC: Matrix A\n (2 1 1.5000e+00) (1 3 -2.0000e-07)\n"
+                         "KWILTRC: C\n (2 1 1.5000e+00 -1.0000e+00)\n");
     EXPECT_EQ(cap.err(), "");
 }
 
 TEST(MatCopy, CopiesFormSizeAndContentsIntoTheDestinationsArrays)
 {
-    MatPtr src(makeCoo(LIN_COMP, 3, {{3, 3, {3, 1}}, {1, 1, {1, 2}}, {2, 3, {2, 3}}, {3, 1, {4, 4}}}));
+    MatPtr src(
+        makeCoo(LIN_COMP, 3, {{3, 3, {3, 1}}, {1, 1, {1, 2}}, {2, 3, {2, 3}}, {3, 1, {4, 4}}}));
     ASSERT_EQ(comLinMatChangeType(nullptr, src.get(), MAT_CSR), 1);
-    MatPtr dst(comLinMatCreate(nullptr, MAT_COO, LIN_COMP, 7, 4));  // row area 4 = size+1 of src
+    MatPtr dst(comLinMatCreate(nullptr, MAT_COO, LIN_COMP, 7, 4)); // row area 4 = size+1 of src
     int* row = dst->row;
     double* data = dst->compData;
     comLinMatCopy(nullptr, src.get(), dst.get());

@@ -1,0 +1,218 @@
+// Effective bandwidth of the CSR kernels against a STREAM-like triad, on generated 2-D
+// convection-diffusion matrices: one of about 5.2 million entries (DRAM bound) and one that fits
+// in the last-level cache. Like STREAM, every figure is the best single call of a run, which
+// filters out the interruptions of a shared machine. Each kernel's figure is divided by the triad
+// measured with the same thread count on arrays of the same size class, one triad sweep after every
+// kernel call, so that both see the same load from other processes.
+//
+// Bytes counted per call: 12 per stored entry (value and column; 20 when complex), 4 per row
+// pointer, the vector x read and y written (8 or 16 bytes per row each). The triad
+// a = b + s c counts 24 bytes per element.
+#include <benchmark/benchmark.h>
+#include <omp.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "lin/lin.h"
+
+namespace {
+
+// Grid sizes: 1024^2 rows and about 5.2 million entries (about 88 MB with the vectors); 256^2
+// rows and about 327 thousand entries (about 5.5 MB, within the last-level cache).
+constexpr int LARGE_GRID = 1024;
+constexpr int SMALL_GRID = 256;
+// Triad lengths for the two size classes: 3 x 64 MiB, and 3 x 1.8 MiB.
+constexpr long LARGE_TRIAD = 8L << 20;
+constexpr long SMALL_TRIAD = 232L << 10;
+
+// The 5-point upwind convection-diffusion operator on an n x n grid; which: 0 all, 1 the lower
+// triangle with the diagonal, 2 the upper triangle with the diagonal.
+ComLinMat* convectionDiffusion(int grid, int dataType, int which)
+{
+    const int n = grid * grid;
+    const double h = 1.0 / (grid + 1), bx = 20.0, by = -10.0;
+    std::vector<int> ptr(n + 1), col;
+    std::vector<double> re, im;
+    col.reserve(5L * n);
+    for (int i = 0; i < n; ++i) {
+        const int gx = i % grid, gy = i / grid;
+        ptr[i] = static_cast<int>(col.size()) + 1;
+        const int nb[5] = {gy > 0 ? i - grid : -1, gx > 0 ? i - 1 : -1, i,
+                           gx < grid - 1 ? i + 1 : -1, gy < grid - 1 ? i + grid : -1};
+        const double v[5] = {-1.0 - by * h, -1.0 - bx * h, 4.0 + (bx - by) * h, -1.0, -1.0};
+        for (int k = 0; k < 5; ++k) {
+            if (nb[k] < 0)
+                continue;
+            if ((which == 1 && nb[k] > i) || (which == 2 && nb[k] < i))
+                continue;
+            col.push_back(nb[k] + 1);
+            re.push_back(v[k]);
+            im.push_back(k == 2 ? 0.3 : 0.05 * (k + 1));
+        }
+    }
+    ptr[n] = static_cast<int>(col.size()) + 1;
+    const int nnz = static_cast<int>(col.size());
+    ComLinMat* a = comLinMatCreate(nullptr, MAT_CSR, dataType, n, nnz);
+    if (a == nullptr)
+        return nullptr;
+    for (int i = 0; i <= n; ++i)
+        a->row[i] = ptr[i];
+    for (int p = 0; p < nnz; ++p) {
+        a->col[p] = col[p];
+        if (dataType == LIN_REAL) {
+            a->realData[p] = re[p];
+        } else {
+            a->compData[2 * p] = re[p];
+            a->compData[2 * p + 1] = im[p];
+        }
+    }
+    return a;
+}
+
+// Matrices made once per (grid, data type, part) and kept for the whole run.
+ComLinMat* matrix(int grid, int dataType, int which)
+{
+    static std::map<int, ComLinMat*> cache;
+    const int key = (grid * 2 + dataType) * 3 + which;
+    auto it = cache.find(key);
+    if (it != cache.end())
+        return it->second;
+    return cache[key] = convectionDiffusion(grid, dataType, which);
+}
+
+double kernelBytes(const ComLinMat* a)
+{
+    const double value = a->dataType == LIN_REAL ? 8.0 : 16.0;
+    return (value + 4.0) * a->dataNum + 4.0 * (a->size + 1) + 2.0 * value * a->size;
+}
+
+// Triad arrays of one size class, made once.
+struct Triad {
+    std::vector<double> a, b, c;
+    explicit Triad(long n) : a(n, 0.0), b(n, 1.0), c(n, 2.0) {}
+    // One sweep a = b + 3 c on the current thread count; returns its time in seconds.
+    double sweep()
+    {
+        const long n = static_cast<long>(a.size());
+        double* pa = a.data();
+        const double* pb = b.data();
+        const double* pc = c.data();
+        const double t0 = omp_get_wtime();
+#pragma omp parallel for schedule(static)
+        for (long i = 0; i < n; ++i)
+            pa[i] = pb[i] + 3.0 * pc[i];
+        benchmark::DoNotOptimize(pa);
+        return omp_get_wtime() - t0;
+    }
+    double bytes() const
+    {
+        return 24.0 * static_cast<double>(a.size());
+    }
+};
+
+Triad& triad(long n)
+{
+    static std::map<long, Triad*> cache;
+    auto it = cache.find(n);
+    if (it != cache.end())
+        return *it->second;
+    return *(cache[n] = new Triad(n));
+}
+
+struct Result {
+    double bandwidth;
+    double triad;
+};
+std::map<std::string, Result>& results()
+{
+    static std::map<std::string, Result> r;
+    return r;
+}
+
+enum Kernel { PRODUCT, TRANSPOSED, LOWER_SOLVE, UPPER_SOLVE };
+
+// args: kernel, grid, data type, threads.
+void runKernel(benchmark::State& state)
+{
+    const auto kernel = static_cast<Kernel>(state.range(0));
+    const int grid = static_cast<int>(state.range(1));
+    const int dataType = static_cast<int>(state.range(2));
+    const int threads = static_cast<int>(state.range(3));
+    const int which = kernel == LOWER_SOLVE ? 1 : kernel == UPPER_SOLVE ? 2 : 0;
+    const ComLinMat* a = matrix(grid, dataType, which);
+    Triad& tr = triad(grid == LARGE_GRID ? LARGE_TRIAD : SMALL_TRIAD);
+    ComLinVec* x = comLinVecCreateInit(nullptr, dataType, a->size, {1.0, 0.5});
+    ComLinVec* y = comLinVecCreateInit(nullptr, dataType, a->size, {0.0, 0.0});
+    omp_set_num_threads(threads);
+    double best = 1e30, bestTriad = 1e30;
+    for (auto _ : state) {
+        const double t0 = omp_get_wtime();
+        switch (kernel) {
+        case PRODUCT:
+        case TRANSPOSED:
+            comLinMatCalcVec(nullptr, {1.0, 0.0}, a, kernel == TRANSPOSED, x, {0.0, 0.0}, y);
+            break;
+        case LOWER_SOLVE:
+        case UPPER_SOLVE:
+            comLinMatTriSolv(nullptr, kernel == UPPER_SOLVE, a, 0, x, y);
+            break;
+        }
+        const double dt = omp_get_wtime() - t0;
+        state.SetIterationTime(dt);
+        best = std::min(best, dt);
+        benchmark::DoNotOptimize(y->realData);
+        benchmark::DoNotOptimize(y->compData);
+        // The triad runs between the kernel calls, so that both see the same load.
+        bestTriad = std::min(bestTriad, tr.sweep());
+    }
+    const double triadBw = tr.bytes() / bestTriad;
+    const double bytes = kernelBytes(a);
+    const double bw = bytes / best;
+    state.counters["GB/s"] = bw / 1e9;
+    state.counters["triadGB/s"] = triadBw / 1e9;
+    state.counters["ratio"] = bw / triadBw;
+    const char* names[] = {"product", "transposed", "lowerSolve", "upperSolve"};
+    const std::string label =
+        std::string(names[kernel]) + (dataType == LIN_REAL ? " real" : " complex") +
+        (grid == LARGE_GRID ? " large" : " cached") + " t" + std::to_string(threads);
+    results()[label] = {bw, triadBw};
+    comLinVecDelete(nullptr, x);
+    comLinVecDelete(nullptr, y);
+}
+
+void registerAll()
+{
+    const char* names[] = {"product", "transposed", "lowerSolve", "upperSolve"};
+    for (int grid : {LARGE_GRID, SMALL_GRID}) {
+        for (int dt : {LIN_REAL, LIN_COMP}) {
+            for (int k = PRODUCT; k <= UPPER_SOLVE; ++k) {
+                for (int t : {1, 2}) {
+                    benchmark::RegisterBenchmark(names[k], runKernel)
+                        ->Args({k, grid, dt, t})
+                        ->UseManualTime()
+                        ->MinTime(0.3);
+                }
+            }
+        }
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    registerAll();
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    printf("\n%-40s %9s %9s %7s\n", "kernel", "GB/s", "triad", "ratio");
+    for (const auto& [name, r] : results()) {
+        printf("%-40s %9.2f %9.2f %7.2f\n", name.c_str(), r.bandwidth / 1e9, r.triad / 1e9,
+               r.bandwidth / r.triad);
+    }
+    return 0;
+}
