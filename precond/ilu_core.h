@@ -1,5 +1,5 @@
-// Scalar helpers and the common last steps of the two incomplete factorisations: the split of
-// the factorised rows into the lower factor (pivots on its diagonal) and the unit upper factor.
+// Scalar helpers of the two incomplete factorisations and their common last step, the
+// conversion of both factors to compressed rows.
 #pragma once
 
 #include <cfloat>
@@ -75,76 +75,6 @@ inline Cplx fromParts<Cplx>(double re, double im)
 
 using MatOwn = ComOwn<ComLinMat, comLinMatDelete>;
 
-
-// Splits the factorised rows into L (sorted coordinate form, n + nL entries: the strictly lower
-// entries and the pivots) and U (n + nU entries: the diagonal and the strictly upper entries,
-// each divided by the pivot of its row). Row i holds the entries rowPtr[i] - base to
-// rowPtr[i + 1] - base - 1 in ascending column order; columns are col[p] - base + 1 one-based.
-// A vanishing entry is replaced by (ILU_REV_DIAGZERO_VAL, 0) first and counted in the trace.
-// tag names the factorisation in the messages ("ILU 0", "ILU fill-in").
-// Returns 1 with l and u owning the factors, or 0 after an error line.
-template <class S>
-int iluSplit(KwilHandle* handle, int dataType, int n, const int* rowPtr, const int* col,
-             const S* val, int base, int nL, int nU, const char* tag, MatOwn& l, MatOwn& u)
-{
-    l.reset(comLinMatCreate(handle, MAT_SORTED, dataType, n, n + nL));
-    if (l) u.reset(comLinMatCreate(handle, MAT_SORTED, dataType, n, n + nU));
-    if (!l || !u) {
-        l.reset(nullptr);
-        return comErr(handle, "Alloc matrix error in %s solver", tag);
-    }
-    const S rev = fromParts<S>(comOptDbl(handle, OPT_ILU_REV_DIAGZERO_VAL), 0.0);
-    S* lv = matValues<S>(*l);
-    S* uv = matValues<S>(*u);
-    int* lr = l->row;
-    int* lc = l->col;
-    int* ur = u->row;
-    int* uc = u->col;
-    long pl = 0, pu = 0, revCount = 0;
-    for (int i = 0; i < n; ++i) {
-        S pivot{};
-        const int p1 = rowPtr[i + 1] - base;
-        for (int p = rowPtr[i] - base; p < p1; ++p) {
-            const int j = col[p] - base;  // 0-based column
-            S v = val[p];
-            if (vanishing(v)) {
-                v = rev;
-                ++revCount;
-            }
-            if (j < i) {
-                if (pl < n + nL) {
-                    lr[pl] = i + 1;
-                    lc[pl] = j + 1;
-                    lv[pl] = v;
-                }
-                ++pl;
-                continue;
-            }
-            if (j == i) {
-                if (pl < n + nL) {
-                    lr[pl] = i + 1;
-                    lc[pl] = i + 1;
-                    lv[pl] = v;
-                }
-                ++pl;
-                pivot = v;
-            }
-            // The diagonal precedes the upper entries of its row, so the pivot is known here.
-            if (pu < n + nU) {
-                ur[pu] = i + 1;
-                uc[pu] = j + 1;
-                uv[pu] = quot(v, pivot);
-            }
-            ++pu;
-        }
-    }
-    comAssert(handle, pl == n + nL && pu == n + nU, "LU number unmatch in %s solver", tag);
-    if (revCount > 0) {
-        comTrace(handle, "%s rev diag zero %d %.4e", tag, static_cast<int>(revCount),
-                 comOptDbl(handle, OPT_ILU_REV_DIAGZERO_VAL));
-    }
-    return 1;
-}
 
 // Converts both factors to compressed rows and hands them to the caller. On failure the factors
 // are deleted and the error line written.
