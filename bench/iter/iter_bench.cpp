@@ -271,9 +271,11 @@ void kernels(KwilHandle* h, const Problem& pb, int threads, double triad)
 
 std::string only; // run only this solver ("stab", "safe", "stab-l") when set
 int lastStep = 0;
+double lastNorm = 0.0;
 double countSteps(int step, double norm)
 {
     lastStep = step;
+    lastNorm = norm;
     return norm;
 }
 
@@ -311,6 +313,9 @@ void run(KwilHandle* h, const Problem& pb, const std::string& solver, int ell, i
     const double tAll = now() - t0;
     kwil::iterTestSetNormHook(nullptr);
     const double rel = trueRelResidual(a, pb.b, x);
+    // How the solve ended: converged, gave up (result 1 above the tolerance), or failed.
+    const double tol = h->dblOpt[OPT_ITER_RESOLVE] * comLinVecCalcNorm2(h, pb.b);
+    const char* ending = result == 0 ? "fail" : lastNorm <= tol ? "conv" : "gaveup";
     comLinVecDelete(h, x);
     comResetThreads(h, prev);
 
@@ -321,8 +326,8 @@ void run(KwilHandle* h, const Problem& pb, const std::string& solver, int ell, i
     const double bytes = stepBytes(solver, ell, true, tr);
     const double ideal = bytes / (triad * 1e9);
     const std::string label = solver == "stab-l" ? "stab-l(" + std::to_string(ell) + ")" : solver;
-    printf("%-8s %-10s %2d %8d %9d %3d %6d %9.3f %8.3f %10.3f %10.2e %9.1f %8.3f %6.2f\n",
-           pb.name.c_str(), label.c_str(), threads, a->size, a->dataNum, result, steps, tIlu, tAll,
+    printf("%-8s %-10s %2d %8d %9d %6s %6d %9.3f %8.3f %10.3f %10.2e %9.1f %8.3f %6.2f\n",
+           pb.name.c_str(), label.c_str(), threads, a->size, a->dataNum, ending, steps, tIlu, tAll,
            perStep * 1e3, rel, bytes / 1e6, ideal * 1e3, perStep / ideal);
     fflush(stdout);
 }
@@ -371,8 +376,8 @@ int main(int argc, char** argv)
         printf(" %d thread(s) %.2f GB/s", t, triad.back());
     }
     printf("\n# ILU(0) right preconditioning, tolerance 1e-10, x0 = 0, b = A 1\n");
-    printf("%-8s %-10s %2s %8s %9s %3s %6s %9s %8s %10s %10s %9s %8s %6s\n", "problem", "solver",
-           "th", "n", "nnz", "ok", "steps", "ilu[s]", "total[s]", "step[ms]", "true rel", "MB/step",
+    printf("%-8s %-10s %2s %8s %9s %6s %6s %9s %8s %10s %10s %9s %8s %6s\n", "problem", "solver",
+           "th", "n", "nnz", "end", "steps", "ilu[s]", "total[s]", "step[ms]", "true rel", "MB/step",
            "bw[ms]", "ratio");
 
     for (const std::string& name : names) {
