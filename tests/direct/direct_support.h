@@ -10,6 +10,7 @@
 #include <sstream>
 #include <string>
 #include <tuple>
+#include <type_traits>
 #include <vector>
 
 #include "lin/lin.h"
@@ -23,6 +24,15 @@ template <class S> constexpr int dataTypeOf()
 {
     return std::is_same<S, double>::value ? LIN_REAL : LIN_COMP;
 }
+
+// Names of typed tests over double and Cplx.
+struct ScalarNames {
+    template <class T>
+    static std::string GetName(int)
+    {
+        return std::is_same<T, double>::value ? "Real" : "Complex";
+    }
+};
 
 // One-based CSR matrix with ascending columns, built from (row, col, value) triplets.
 template <class S> struct Csr {

@@ -83,7 +83,7 @@ template <class S> class DirectSolve : public testing::Test {
 };
 
 using Scalars = testing::Types<double, Cplx>;
-TYPED_TEST_SUITE(DirectSolve, Scalars);
+TYPED_TEST_SUITE(DirectSolve, Scalars, directtest::ScalarNames);
 
 TYPED_TEST(DirectSolve, SolvesSystemWithZeroDiagonalSilently)
 {

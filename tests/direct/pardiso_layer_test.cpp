@@ -17,7 +17,7 @@ using directtest::Layer;
 template <class S> class PardisoLayer : public testing::Test {
 };
 using Scalars = testing::Types<double, Cplx>;
-TYPED_TEST_SUITE(PardisoLayer, Scalars);
+TYPED_TEST_SUITE(PardisoLayer, Scalars, directtest::ScalarNames);
 
 TYPED_TEST(PardisoLayer, SolvesSystemThatNeedsRowExchanges)
 {
