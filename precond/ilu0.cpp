@@ -20,12 +20,12 @@ int ilu0Factor(KwilHandle* handle, const ComLinMat& a, MatOwn& l, MatOwn& u)
 {
     using namespace kwil::prec;
     const int n = a.size;
-    ComBuf<int> colMap(handle, n);      // position of column j of row i in L or U, or -1
+    ComBuf<S> work(handle, n);          // row i by column; other columns hold scratch values
     ComBuf<int> lPtr(handle, n + 1L);   // rows of L: lPtr[i] .. lPtr[i + 1] - 1, diagonal last
     ComBuf<int> uPtr(handle, n + 1L);   // rows of U: uPtr[i] .. uPtr[i + 1] - 1, diagonal first
-    if (!colMap || !lPtr || !uPtr) return comErr(handle, "Alloc error in ILU 0 solver");
-    int* map = colMap.get();
-    for (int j = 0; j < n; ++j) map[j] = -1;
+    if (!work || !lPtr || !uPtr) return comErr(handle, "Alloc error in ILU 0 solver");
+    S* w = work.get();
+    for (int j = 0; j < n; ++j) w[j] = S{};
 
     const double accel = comOptDbl(handle, OPT_ILU_ACCEL);
     comTrace(handle, "ILU 0 accel %.4e", accel);
@@ -88,31 +88,29 @@ int ilu0Factor(KwilHandle* handle, const ComLinMat& a, MatOwn& l, MatOwn& u)
         }
     }
 
+    // Row i is scattered into w, eliminated there and gathered back. The updates of row k are
+    // applied to every column of its upper part without a test: columns outside the pattern
+    // of row i only collect scratch values that are never gathered, so each entry of the
+    // pattern sees exactly the updates, in exactly the order, of the elimination on W.
     const int traceStep = comOptInt(handle, OPT_ILU_TRACE);
     for (int i = 0; i < n; ++i) {
         if (traceStep > 0 && i % traceStep == 0) comTrace(handle, "ILU 0 row %d", i);
         const int l0 = lp[i], l1 = lp[i + 1], u0 = up[i], u1 = up[i + 1];
-        for (int p = l0; p < l1; ++p) map[lc[p] - 1] = p;
-        for (int q = u0 + 1; q < u1; ++q) map[uc[q] - 1] = q;
+        for (int p = l0; p < l1; ++p) w[lc[p] - 1] = lv[p];
+        for (int q = u0 + 1; q < u1; ++q) w[uc[q] - 1] = uv[q];
         for (int p = l0; p < l1 - 1; ++p) {
             const int k = lc[p] - 1;
             // The multiplier depends on W[i, k] and W[k, k] only, which the walk over the
             // upper part of row k (columns above k) never changes.
-            const S mult = quot(lv[p], lv[lp[k + 1] - 1]);
+            const S mult = quot(w[k], lv[lp[k + 1] - 1]);
             const int q1 = up[k + 1];
             for (int q = up[k] + 1; q < q1; ++q) {
                 const int j = uc[q] - 1;
-                const int t = map[j];
-                if (t < 0) continue;
-                if (j <= i) {
-                    lv[t] = sub(lv[t], mul(mult, uv[q]));
-                } else {
-                    uv[t] = sub(uv[t], mul(mult, uv[q]));
-                }
+                w[j] = sub(w[j], mul(mult, uv[q]));
             }
         }
-        for (int p = l0; p < l1; ++p) map[lc[p] - 1] = -1;
-        for (int q = u0 + 1; q < u1; ++q) map[uc[q] - 1] = -1;
+        for (int p = l0; p < l1; ++p) lv[p] = w[lc[p] - 1];
+        for (int q = u0 + 1; q < u1; ++q) uv[q] = w[uc[q] - 1];
     }
     comTrace(handle, "ILU 0 L %d U %d All %d", static_cast<int>(nL), static_cast<int>(nU),
              static_cast<int>(n + nL + nU));
