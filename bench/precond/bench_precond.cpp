@@ -38,9 +38,9 @@ double cpuSeconds()
 }
 
 struct Run {
-    double seconds = 0.0;  // best of the repetitions
-    long entries = 0;      // stored entries of L and U together (the diagonal counted once)
-    long updates = 0;      // inner-loop steps of the elimination
+    double seconds = 0.0; // best of the repetitions
+    long entries = 0;     // stored entries of L and U together (the diagonal counted once)
+    long updates = 0;     // inner-loop steps of the elimination
     bool ok = false;
 };
 
@@ -55,7 +55,8 @@ Run timeFactor(IluFn fn, KwilHandle* h, const ComLinMat& a, int reps)
         const int ok = fn(h, &a, &l, &u);
         const double t = cpuSeconds() - t0;
         r.ok = ok == 1;
-        if (!r.ok) return r;
+        if (!r.ok)
+            return r;
         r.seconds = std::min(r.seconds, t);
         r.entries = static_cast<long>(l->dataNum) + u->dataNum - a.size;
         // Row i meets, for each strictly lower (i, k) of the final pattern, every strictly
@@ -64,7 +65,8 @@ Run timeFactor(IluFn fn, KwilHandle* h, const ComLinMat& a, int reps)
         for (int i = 0; i < a.size; ++i) {
             for (int p = l->row[i] - 1; p < l->row[i + 1] - 1; ++p) {
                 const int c = l->col[p] - 1;
-                if (c < i) r.updates += u->row[c + 1] - u->row[c] - 1;
+                if (c < i)
+                    r.updates += u->row[c + 1] - u->row[c] - 1;
             }
         }
         comLinMatDelete(h, l);
@@ -78,7 +80,8 @@ double timeApply(KwilHandle* h, const ComLinMat& a, int reps)
 {
     ComLinMat* l = nullptr;
     ComLinMat* u = nullptr;
-    if (comToolILU(h, &a, &l, &u) == 0) return -1.0;
+    if (comToolILU(h, &a, &l, &u) == 0)
+        return -1.0;
     ComLinVec* r = comLinVecCreateInit(h, a.dataType, a.size, ComComplex{1.0, 0.0});
     ComLinVec* t = comLinVecCreate(h, a.dataType, a.size);
     ComLinVec* z = comLinVecCreate(h, a.dataType, a.size);
@@ -103,7 +106,8 @@ double timeIluSolv(KwilHandle* h, const ComLinMat& a, int reps)
     double best = 1e300;
     for (int k = 0; k < reps; ++k) {
         const double t0 = cpuSeconds();
-        if (comToolILUSolv(h, &a, r, z) == 0) best = -1.0;
+        if (comToolILUSolv(h, &a, r, z) == 0)
+            best = -1.0;
         best = std::min(best, cpuSeconds() - t0);
     }
     comLinVecsDelete(h, r, z, nullptr, nullptr);
@@ -152,7 +156,7 @@ void bench(const std::string& name, const ComLinMat& a, int reps, bool withRef)
     fflush(stdout);
 }
 
-}  // namespace
+} // namespace
 
 int main(int argc, char** argv)
 {
@@ -164,7 +168,7 @@ int main(int argc, char** argv)
         if (std::strcmp(argv[i], "--ref") == 0) {
             withRef = true;
         } else if (std::strcmp(argv[i], "--warm") == 0) {
-            mallopt(M_MMAP_MAX, 0);  // every block from the heap, which is never trimmed
+            mallopt(M_MMAP_MAX, 0); // every block from the heap, which is never trimmed
             mallopt(M_TRIM_THRESHOLD, INT_MAX);
         } else if (std::strcmp(argv[i], "--grid") == 0 && i + 1 < argc) {
             grids.push_back(std::atoi(argv[++i]));
@@ -177,7 +181,8 @@ int main(int argc, char** argv)
     printf("| matrix | n | nnz | method | L+U entries | factor ms | ns/entry | ratio to ILU0 | "
            "updates | ns/update | apply ms | ILUSolv ms |\n");
     printf("|---|---|---|---|---|---|---|---|---|---|---|---|\n");
-    if (files.empty() && grids.empty()) grids = {500, 1000};
+    if (files.empty() && grids.empty())
+        grids = {500, 1000};
     {
         for (int m : grids) {
             Mat a = convDiff2d(m, 100.0);
