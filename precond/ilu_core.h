@@ -15,28 +15,31 @@ namespace prec {
 using Cplx = std::complex<double>;
 
 // Values of a matrix as an array of the scalar type (complex: two doubles, real part first).
-template <class S>
-S* matValues(const ComLinMat& a);
-template <>
-inline double* matValues<double>(const ComLinMat& a)
+template <class S> S* matValues(const ComLinMat& a);
+template <> inline double* matValues<double>(const ComLinMat& a)
 {
     return a.realData;
 }
-template <>
-inline Cplx* matValues<Cplx>(const ComLinMat& a)
+template <> inline Cplx* matValues<Cplx>(const ComLinMat& a)
 {
     return reinterpret_cast<Cplx*>(a.compData);
 }
 
 // Plain textbook arithmetic: no scaling against overflow and no NaN recovery, so that real and
 // complex paths and repeated runs give reproducible bits.
-inline double mul(double a, double b) { return a * b; }
+inline double mul(double a, double b)
+{
+    return a * b;
+}
 inline Cplx mul(const Cplx& a, const Cplx& b)
 {
     const double ar = a.real(), ai = a.imag(), br = b.real(), bi = b.imag();
     return Cplx(ar * br - ai * bi, ar * bi + ai * br);
 }
-inline double quot(double a, double b) { return a / b; }
+inline double quot(double a, double b)
+{
+    return a / b;
+}
 // ((ar br + ai bi) + i (ai br - ar bi)) / (br^2 + bi^2)
 inline Cplx quot(const Cplx& a, const Cplx& b)
 {
@@ -44,42 +47,65 @@ inline Cplx quot(const Cplx& a, const Cplx& b)
     const double d = br * br + bi * bi;
     return Cplx((ar * br + ai * bi) / d, (ai * br - ar * bi) / d);
 }
-inline double sub(double a, double b) { return a - b; }
+inline double sub(double a, double b)
+{
+    return a - b;
+}
 inline Cplx sub(const Cplx& a, const Cplx& b)
 {
     return Cplx(a.real() - b.real(), a.imag() - b.imag());
 }
-inline double neg(double a) { return -a; }
-inline Cplx neg(const Cplx& a) { return Cplx(-a.real(), -a.imag()); }
+inline double neg(double a)
+{
+    return -a;
+}
+inline Cplx neg(const Cplx& a)
+{
+    return Cplx(-a.real(), -a.imag());
+}
 // Both parts multiplied by the real factor f.
-inline double scale(double a, double f) { return a * f; }
-inline Cplx scale(const Cplx& a, double f) { return Cplx(a.real() * f, a.imag() * f); }
+inline double scale(double a, double f)
+{
+    return a * f;
+}
+inline Cplx scale(const Cplx& a, double f)
+{
+    return Cplx(a.real() * f, a.imag() * f);
+}
 // |a| for real data, sqrt(re^2 + im^2) for complex data.
-inline double mag(double a) { return std::fabs(a); }
-inline double mag(const Cplx& a) { return std::sqrt(a.real() * a.real() + a.imag() * a.imag()); }
+inline double mag(double a)
+{
+    return std::fabs(a);
+}
+inline double mag(const Cplx& a)
+{
+    return std::sqrt(a.real() * a.real() + a.imag() * a.imag());
+}
 // True when every part lies strictly between -DBL_MIN and DBL_MIN (zero or subnormal).
-inline bool vanishing(double a) { return a > -DBL_MIN && a < DBL_MIN; }
-inline bool vanishing(const Cplx& a) { return vanishing(a.real()) && vanishing(a.imag()); }
-template <class S>
-S fromParts(double re, double im);
-template <>
-inline double fromParts<double>(double re, double)
+inline bool vanishing(double a)
+{
+    return a > -DBL_MIN && a < DBL_MIN;
+}
+inline bool vanishing(const Cplx& a)
+{
+    return vanishing(a.real()) && vanishing(a.imag());
+}
+template <class S> S fromParts(double re, double im);
+template <> inline double fromParts<double>(double re, double)
 {
     return re;
 }
-template <>
-inline Cplx fromParts<Cplx>(double re, double im)
+template <> inline Cplx fromParts<Cplx>(double re, double im)
 {
     return Cplx(re, im);
 }
 
 using MatOwn = ComOwn<ComLinMat, comLinMatDelete>;
 
-
 // Converts both factors to compressed rows and hands them to the caller. On failure the factors
 // are deleted and the error line written.
-inline int iluFinish(KwilHandle* handle, MatOwn& l, MatOwn& u, const char* tag,
-                     ComLinMat** lOut, ComLinMat** uOut)
+inline int iluFinish(KwilHandle* handle, MatOwn& l, MatOwn& u, const char* tag, ComLinMat** lOut,
+                     ComLinMat** uOut)
 {
     if (comLinMatChangeType(handle, l.get(), MAT_CSR) == 0 ||
         comLinMatChangeType(handle, u.get(), MAT_CSR) == 0) {
@@ -90,5 +116,5 @@ inline int iluFinish(KwilHandle* handle, MatOwn& l, MatOwn& u, const char* tag,
     return 1;
 }
 
-}  // namespace prec
-}  // namespace kwil
+} // namespace prec
+} // namespace kwil

@@ -4,8 +4,8 @@
 // Row i is eliminated in a dense workspace: its values by column, a presence flag per column,
 // the columns below the diagonal in a min-heap (so they are visited in ascending order while
 // fill-ins join) and the columns above it in a list sorted once at the end of the row. Finished
-// rows go to a store of large chunks. The cost is that of the updates plus a logarithmic heap step per
-// lower entry, and the result equals, bit for bit, that of walking sorted linked rows.
+// rows go to a store of large chunks. The cost is that of the updates plus a logarithmic heap step
+// per lower entry, and the result equals, bit for bit, that of walking sorted linked rows.
 #include "precond/precond.h"
 
 #include <algorithm>
@@ -18,16 +18,15 @@
 
 namespace {
 
-using kwil::ComBuf;
 using kwil::comAllocN;
+using kwil::ComBuf;
 using kwil::prec::MatOwn;
 
 // The finished rows of the factorisation, in chunks that never move: each row is contiguous
 // inside one chunk, and a new chunk as large as everything stored so far is taken when a row
 // does not fit, so nothing is ever copied and the chunks stay few.
-template <class S>
-class RowStore {
-public:
+template <class S> class RowStore {
+  public:
     RowStore(KwilHandle* handle, long first) : handle_(handle), next_(first) {}
     ~RowStore()
     {
@@ -42,7 +41,8 @@ public:
     bool take(long m, int** col, S** val)
     {
         if (used_ + m > cap_) {
-            if (count_ == maxChunks) return false;
+            if (count_ == maxChunks)
+                return false;
             const long cap = std::max(m, next_);
             int* c = comAllocN<int>(handle_, cap);
             S* v = c != nullptr ? comAllocN<S>(handle_, cap) : nullptr;
@@ -64,7 +64,7 @@ public:
         return true;
     }
 
-private:
+  private:
     static constexpr int maxChunks = 48;
     KwilHandle* handle_;
     int* cols_[maxChunks] = {};
@@ -81,7 +81,8 @@ void heapPush(int* heap, int& count, int x)
     int c = count++;
     while (c > 0) {
         const int parent = (c - 1) / 2;
-        if (heap[parent] <= x) break;
+        if (heap[parent] <= x)
+            break;
         heap[c] = heap[parent];
         c = parent;
     }
@@ -95,9 +96,12 @@ int heapPop(int* heap, int& count)
     int c = 0;
     for (;;) {
         int child = 2 * c + 1;
-        if (child >= count) break;
-        if (child + 1 < count && heap[child + 1] < heap[child]) ++child;
-        if (x <= heap[child]) break;
+        if (child >= count)
+            break;
+        if (child + 1 < count && heap[child + 1] < heap[child])
+            ++child;
+        if (x <= heap[child])
+            break;
         heap[c] = heap[child];
         c = child;
     }
@@ -108,32 +112,31 @@ int heapPop(int* heap, int& count)
 constexpr const char* allocError = "Alloc error in ILU fill-in solver";
 
 // Factorises A with fill-in and splits the result into L and U (sorted coordinate form).
-template <class S>
-int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatOwn& l, MatOwn& u)
+template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatOwn& l, MatOwn& u)
 {
     using namespace kwil::prec;
     const int n = a.size;
-    const int* ar = a.row;  // one-based row pointers
-    const int* ac = a.col;  // one-based columns
+    const int* ar = a.row; // one-based row pointers
+    const int* ac = a.col; // one-based columns
     const S* av = matValues<S>(a);
 
-    ComBuf<S> w(handle, n);                  // values of row i by column
-    ComBuf<unsigned char> present(handle, n);  // column stored in row i
-    ComBuf<int> heap(handle, n);             // columns below i still to eliminate
-    ComBuf<int> lower(handle, n);            // columns below i in elimination order
-    ComBuf<int> upper(handle, n);            // columns above i
-    ComBuf<int*> rowCol(handle, n);         // finished row i: columns (0-based)
-    ComBuf<S*> rowVal(handle, n);           // finished row i: values
-    ComBuf<int> rowLen(handle, n);          // finished row i: entry count
-    ComBuf<int> rowDiag(handle, n);         // finished row i: offset of the diagonal
+    ComBuf<S> w(handle, n);                   // values of row i by column
+    ComBuf<unsigned char> present(handle, n); // column stored in row i
+    ComBuf<int> heap(handle, n);              // columns below i still to eliminate
+    ComBuf<int> lower(handle, n);             // columns below i in elimination order
+    ComBuf<int> upper(handle, n);             // columns above i
+    ComBuf<int*> rowCol(handle, n);           // finished row i: columns (0-based)
+    ComBuf<S*> rowVal(handle, n);             // finished row i: values
+    ComBuf<int> rowLen(handle, n);            // finished row i: entry count
+    ComBuf<int> rowDiag(handle, n);           // finished row i: offset of the diagonal
     RowStore<S> store(handle, a.dataNum + n + 16L);
-    if (!w || !present || !heap || !lower || !upper || !rowCol || !rowVal || !rowLen ||
-        !rowDiag) {
+    if (!w || !present || !heap || !lower || !upper || !rowCol || !rowVal || !rowLen || !rowDiag) {
         return comErr(handle, allocError);
     }
 
     double absMax = 0.0;
-    for (int p = 0; p < a.dataNum; ++p) absMax = std::max(absMax, mag(av[p]));
+    for (int p = 0; p < a.dataNum; ++p)
+        absMax = std::max(absMax, mag(av[p]));
     const double fillMin = comOptDbl(handle, OPT_ILU_FILLINMIN);
     const double accel = comOptDbl(handle, OPT_ILU_ACCEL);
     const double tau = absMax * fillMin;
@@ -152,10 +155,12 @@ int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatOwn& l, MatOwn& u)
                 ++nU;
             }
         }
-        if (!diag) return comErr(handle, "No diag error in ILU fill-in solver");
+        if (!diag)
+            return comErr(handle, "No diag error in ILU fill-in solver");
     }
 
-    for (int j = 0; j < n; ++j) present[j] = 0;
+    for (int j = 0; j < n; ++j)
+        present[j] = 0;
     const int traceStep = comOptInt(handle, OPT_ILU_TRACE);
     S* wv = w.get();
     unsigned char* mark = present.get();
@@ -167,14 +172,15 @@ int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatOwn& l, MatOwn& u)
     int* rl = rowLen.get();
     int* rd = rowDiag.get();
     for (int i = 0; i < n; ++i) {
-        if (traceStep > 0 && i % traceStep == 0) comTrace(handle, "ILU fill-in row %d", i);
+        if (traceStep > 0 && i % traceStep == 0)
+            comTrace(handle, "ILU fill-in row %d", i);
         int nh = 0, nl = 0, nu = 0;
         for (int p = ar[i] - 1; p < ar[i + 1] - 1; ++p) {
             const int j = ac[p] - 1;
             mark[j] = 1;
             if (j < i) {
                 wv[j] = av[p];
-                hp[nh++] = j;  // ascending columns already form a heap
+                hp[nh++] = j; // ascending columns already form a heap
             } else if (j == i) {
                 wv[j] = scale(av[p], accel);
             } else {
@@ -242,7 +248,8 @@ int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatOwn& l, MatOwn& u)
     // Split into L (lower entries and pivots) and U (diagonal and upper entries divided by the
     // pivot); vanishing entries become ILU_REV_DIAGZERO_VAL first, the diagonal counted once.
     l.reset(comLinMatCreate(handle, MAT_SORTED, a.dataType, n, static_cast<int>(n + nL)));
-    if (l) u.reset(comLinMatCreate(handle, MAT_SORTED, a.dataType, n, static_cast<int>(n + nU)));
+    if (l)
+        u.reset(comLinMatCreate(handle, MAT_SORTED, a.dataType, n, static_cast<int>(n + nU)));
     if (!l || !u) {
         l.reset(nullptr);
         return comErr(handle, "Alloc matrix error in ILU fill-in solver");
@@ -266,7 +273,8 @@ int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatOwn& l, MatOwn& u)
                 ++revCount;
             }
         }
-        if (pl + d + 1 > n + nL || pu + (len - d) > n + nU) break;  // checked below
+        if (pl + d + 1 > n + nL || pu + (len - d) > n + nU)
+            break; // checked below
         for (int p = 0; p <= d; ++p, ++pl) {
             lr[pl] = i + 1;
             lc[pl] = col[p] + 1;
@@ -286,21 +294,23 @@ int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatOwn& l, MatOwn& u)
     return 1;
 }
 
-}  // namespace
+} // namespace
 
 int ILUFillIn(KwilHandle* handle, const ComLinMat* a, ComLinMat** l, ComLinMat** u)
 {
     MatOwn lo(handle, nullptr), up(handle, nullptr);
     const int ok = a->dataType == LIN_REAL ? fillInFactor<double>(handle, *a, lo, up)
                                            : fillInFactor<kwil::prec::Cplx>(handle, *a, lo, up);
-    if (ok == 0) return 0;
+    if (ok == 0)
+        return 0;
     // The work storage is gone; the factors become compressed rows.
     return kwil::prec::iluFinish(handle, lo, up, "ILU fill-in", l, u);
 }
 
 void ILUFillInFreeColData(KwilHandle* handle, ILUFillInColData** rowHead, int n)
 {
-    if (rowHead == nullptr) return;
+    if (rowHead == nullptr)
+        return;
     for (int i = 0; i < n; ++i) {
         ILUFillInColData* node = rowHead[i];
         while (node != nullptr) {
@@ -315,14 +325,16 @@ void ILUFillInFreeColData(KwilHandle* handle, ILUFillInColData** rowHead, int n)
 void ILUFillInTraceColData(KwilHandle* handle, const ILUFillInColData* node, int row,
                            const char* format, ...)
 {
-    if (!comTraceOn(handle)) return;
+    if (!comTraceOn(handle))
+        return;
     fputs("KWILTRC: ", stdout);
     va_list args;
     va_start(args, format);
     vprintf(format, args);
     va_end(args);
     printf(" row %d col\n", row);
-    for (; node != nullptr; node = node->next) printf(" %d", node->col);
+    for (; node != nullptr; node = node->next)
+        printf(" %d", node->col);
     fputc('\n', stdout);
     fflush(stdout);
 }

@@ -1,9 +1,13 @@
 /* PETSc's ILU(0) (natural ordering, no shift) on the matrices of bench_precond, for comparison.
  * Built and run by run_petsc.sh only; nothing in the library's build needs PETSc.
  *
- *   petsc_ilu [reps] [file.mtx ...]
+ *   petsc_ilu [--warm] [reps] [file.mtx ...]
+ *
+ * --warm: freed memory stays in the process, as with bench_precond --warm.
  */
 #include <ctype.h>
+#include <limits.h>
+#include <malloc.h>
 #include <petscmat.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -163,6 +167,12 @@ static void bench(const char *name, Csr *c, int reps)
 int main(int argc, char **argv)
 {
     int reps = 3, first = 1;
+    if (argc > 1 && strcmp(argv[1], "--warm") == 0) {
+        mallopt(M_MMAP_MAX, 0);
+        mallopt(M_TRIM_THRESHOLD, INT_MAX);
+        ++argv;
+        --argc;
+    }
     PetscCall(PetscInitializeNoArguments());
     if (argc > 1 && strspn(argv[1], "0123456789") == strlen(argv[1])) {
         reps = atoi(argv[1]);
