@@ -7,8 +7,10 @@
 
 void analyRowDataNum(KwilHandle*, int count, int* min, int* max)
 {
-    if (count < *min) *min = count;
-    if (count > *max) *max = count;
+    if (count < *min)
+        *min = count;
+    if (count > *max)
+        *max = count;
 }
 
 void comToolAnaly(KwilHandle* handle, const ComLinMat* a, const ComLinVec* b, const char* name,
@@ -16,7 +18,8 @@ void comToolAnaly(KwilHandle* handle, const ComLinMat* a, const ComLinVec* b, co
 {
     comAssert(handle, a->type == MAT_SORTED || a->type == MAT_CSR,
               "Invalid type %d in matrix analyse", a->type);
-    if (!comTraceOn(handle)) return;  // nothing else is observable
+    if (!comTraceOn(handle))
+        return; // nothing else is observable
     double absMax = 0.0, diagMax = 0.0, diagMin = DBL_MAX;
     int diagCount = 0, rowMin = a->size, rowMax = 0;
     int curRow = 1, curStart = 0;
@@ -33,18 +36,20 @@ void comToolAnaly(KwilHandle* handle, const ComLinMat* a, const ComLinVec* b, co
             ++diagCount;
         }
         if (row != curRow) {
-            if (row != curRow + 1) analyRowDataNum(handle, 0, &rowMin, &rowMax);
+            if (row != curRow + 1)
+                analyRowDataNum(handle, 0, &rowMin, &rowMax);
             analyRowDataNum(handle, pos - curStart, &rowMin, &rowMax);
             curRow = row;
             curStart = pos;
         }
     }
-    if (curRow != a->size) analyRowDataNum(handle, 0, &rowMin, &rowMax);
+    if (curRow != a->size)
+        analyRowDataNum(handle, 0, &rowMin, &rowMax);
     analyRowDataNum(handle, a->dataNum - curStart, &rowMin, &rowMax);
-    if (diagCount != a->size) diagMin = 0.0;
+    if (diagCount != a->size)
+        diagMin = 0.0;
 
-    comTrace(handle, "Analyse in %s data type %s", name,
-             a->dataType == LIN_COMP ? "comp" : "real");
+    comTrace(handle, "Analyse in %s data type %s", name, a->dataType == LIN_COMP ? "comp" : "real");
     comTrace(handle, " - abs / rel norm %.4e", comLinVecCalcNorm2(handle, b));
     comTrace(handle, " - mat size %d data num %d", a->size, a->dataNum);
     comTrace(handle, " - abs diag min %.4e diag max %.4e max %.4e", diagMin, diagMax, absMax);

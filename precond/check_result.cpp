@@ -9,12 +9,14 @@ int comToolCheckResult(KwilHandle* handle, const ComLinMat* a, const ComLinVec* 
 {
     kwil::ComOwn<ComLinVec, comLinVecDelete> r(
         handle, comLinVecCreateInit(handle, a->dataType, a->size, ComComplex{0.0, 0.0}));
-    if (!r) return comErr(handle, "Vector data create error in check result");
+    if (!r)
+        return comErr(handle, "Vector data create error in check result");
     comLinMatCalcVec(handle, ComComplex{1.0, 0.0}, a, 0, x, ComComplex{0.0, 0.0}, r.get());
     comLinVecCalcVec(handle, ComComplex{-1.0, 0.0}, b, r.get());
     const double rn = comLinVecCalcNorm2(handle, r.get());
     *absNorm = rn;
-    *relNorm = rn / comLinVecCalcNorm2(handle, b);  // a zero b gives inf or NaN, as documented
-    if (fileName != nullptr) return comFileVecWrite(handle, r.get(), fileName);
+    *relNorm = rn / comLinVecCalcNorm2(handle, b); // a zero b gives inf or NaN, as documented
+    if (fileName != nullptr)
+        return comFileVecWrite(handle, r.get(), fileName);
     return 1;
 }

@@ -14,9 +14,10 @@ void comToolMatClearZero(KwilHandle* handle, ComLinMat* a, int* zeroDiag)
     double* re = comp ? a->compData : a->realData;
     long kept = 0, diag = 0;
     for (long p = 0; p < a->dataNum; ++p) {
-        const bool zero = comp ? vanishing(re[2 * p]) && vanishing(re[2 * p + 1])
-                               : vanishing(re[p]);
-        if (zero) continue;
+        const bool zero =
+            comp ? vanishing(re[2 * p]) && vanishing(re[2 * p + 1]) : vanishing(re[p]);
+        if (zero)
+            continue;
         row[kept] = row[p];
         col[kept] = col[p];
         if (comp) {
@@ -25,7 +26,8 @@ void comToolMatClearZero(KwilHandle* handle, ComLinMat* a, int* zeroDiag)
         } else {
             re[kept] = re[p];
         }
-        if (row[kept] == col[kept]) ++diag;
+        if (row[kept] == col[kept])
+            ++diag;
         ++kept;
     }
     a->dataNum = static_cast<int>(kept);

@@ -6,8 +6,8 @@
 
 #include "common/own.h"
 
-int comToolSetDiagScale(KwilHandle* handle, const ComLinMat* a, ComLinMat** as,
-                        const ComLinVec* b, ComLinVec** bs, ComLinVec** s)
+int comToolSetDiagScale(KwilHandle* handle, const ComLinMat* a, ComLinMat** as, const ComLinVec* b,
+                        ComLinVec** bs, ComLinVec** s)
 {
     using VecOwn = kwil::ComOwn<ComLinVec, comLinVecDelete>;
     using MatOwn = kwil::ComOwn<ComLinMat, comLinMatDelete>;
@@ -18,7 +18,8 @@ int comToolSetDiagScale(KwilHandle* handle, const ComLinMat* a, ComLinMat** as,
     }
     const int n = a->size;
     VecOwn sc(handle, comLinVecCreate(handle, b->dataType, n));
-    if (!sc) return comErr(handle, "Alloc error in diag scale begin");
+    if (!sc)
+        return comErr(handle, "Alloc error in diag scale begin");
     const bool comp = b->dataType == LIN_COMP;
     // sr[i * step] is the real part of s_i.
     double* sr = comp ? sc->compData : sc->realData;
@@ -30,10 +31,13 @@ int comToolSetDiagScale(KwilHandle* handle, const ComLinMat* a, ComLinMat** as,
         // A row without a stored diagonal entry has no scale factor: refuse like a small one.
         bool set = false;
         for (int p = row[i] - 1; p < row[i + 1] - 1; ++p) {
-            if (col[p] != i + 1) continue;
-            if (av[p] <= DBL_MIN) break;
+            if (col[p] != i + 1)
+                continue;
+            if (av[p] <= DBL_MIN)
+                break;
             sr[i * step] = 1.0 / std::sqrt(av[p]);
-            if (comp) sr[i * step + 1] = 0.0;
+            if (comp)
+                sr[i * step + 1] = 0.0;
             set = true;
         }
         if (!set) {
@@ -44,13 +48,14 @@ int comToolSetDiagScale(KwilHandle* handle, const ComLinMat* a, ComLinMat** as,
 
     MatOwn am(handle, comLinMatCreate(handle, MAT_CSR, a->dataType, n, a->dataNum));
     VecOwn bv(handle, am ? comLinVecCreate(handle, b->dataType, n) : nullptr);
-    if (!am || !bv) return comErr(handle, "Alloc coef and fix error in diag scale begin");
+    if (!am || !bv)
+        return comErr(handle, "Alloc coef and fix error in diag scale begin");
     comLinMatCopy(handle, a, am.get());
     comLinVecCopy(handle, b, bv.get());
     double* v = am->realData;
     for (int i = 0; i < n; ++i) {
         for (int p = row[i] - 1; p < row[i + 1] - 1; ++p) {
-            v[p] = (sr[(col[p] - 1) * step] * sr[i * step]) * v[p];  // (s_j s_i) a_ij
+            v[p] = (sr[(col[p] - 1) * step] * sr[i * step]) * v[p]; // (s_j s_i) a_ij
         }
     }
     if (comp) {
@@ -59,7 +64,8 @@ int comToolSetDiagScale(KwilHandle* handle, const ComLinMat* a, ComLinMat** as,
             bv->compData[2 * i + 1] = sr[2 * i] * b->compData[2 * i + 1];
         }
     } else {
-        for (long i = 0; i < b->size; ++i) bv->realData[i] = sr[i] * b->realData[i];
+        for (long i = 0; i < b->size; ++i)
+            bv->realData[i] = sr[i] * b->realData[i];
     }
     *as = am.release();
     *bs = bv.release();
@@ -78,7 +84,8 @@ void comToolResetDiagScale(KwilHandle* handle, ComLinMat* as, ComLinVec* bs, Com
             x->compData[2 * i + 1] *= sr[i * step];
         }
     } else {
-        for (long i = 0; i < x->size; ++i) x->realData[i] = sr[i * step] * x->realData[i];
+        for (long i = 0; i < x->size; ++i)
+            x->realData[i] = sr[i * step] * x->realData[i];
     }
     comLinMatDelete(handle, as);
     comLinVecDelete(handle, bs);

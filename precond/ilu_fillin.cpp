@@ -4,8 +4,8 @@
 // Row i is eliminated in a dense workspace: its values by column, a presence flag per column,
 // the columns below the diagonal in a min-heap (so they are visited in ascending order while
 // fill-ins join) and the columns above it in a list sorted once at the end of the row. Finished
-// rows go to one growing pool. The cost is that of the updates plus a logarithmic heap step per
-// lower entry, and the result equals, bit for bit, that of walking sorted linked rows.
+// rows go to a store of large chunks. The cost is that of the updates plus a logarithmic heap step
+// per lower entry, and the result equals, bit for bit, that of walking sorted linked rows.
 #include "precond/precond.h"
 
 #include <algorithm>
@@ -18,56 +18,62 @@
 
 namespace {
 
-using kwil::ComBuf;
 using kwil::comAllocN;
+using kwil::ComBuf;
 using kwil::prec::MatOwn;
 
-// The finished rows of the factorisation: 0-based columns and values, grown by doubling.
-template <class S>
-class FactorRows {
-public:
-    FactorRows(KwilHandle* handle, long cap) : handle_(handle), cap_(cap)
+// The finished rows of the factorisation, in chunks that never move: each row is contiguous
+// inside one chunk, and a new chunk as large as everything stored so far is taken when a row
+// does not fit, so nothing is ever copied and the chunks stay few.
+template <class S> class RowStore {
+  public:
+    RowStore(KwilHandle* handle, long first) : handle_(handle), next_(first) {}
+    ~RowStore()
     {
-        col = comAllocN<int>(handle, cap);
-        val = col != nullptr ? comAllocN<S>(handle, cap) : nullptr;
-    }
-    ~FactorRows()
-    {
-        comFree(handle_, col);
-        comFree(handle_, val);
-    }
-    FactorRows(const FactorRows&) = delete;
-    FactorRows& operator=(const FactorRows&) = delete;
-    bool ok() const { return col != nullptr && val != nullptr; }
-    // Room for need entries in all; false after an "Allocation error" line.
-    bool reserve(long need)
-    {
-        if (need <= cap_) return true;
-        const long cap = std::min(std::max(need, 2 * cap_), static_cast<long>(INT_MAX));
-        int* c = comAllocN<int>(handle_, cap);
-        if (c == nullptr) return false;
-        S* v = comAllocN<S>(handle_, cap);
-        if (v == nullptr) {
-            comFree(handle_, c);
-            return false;
+        for (int c = 0; c < count_; ++c) {
+            comFree(handle_, cols_[c]);
+            comFree(handle_, vals_[c]);
         }
-        std::copy(col, col + size, c);
-        std::copy(val, val + size, v);
-        comFree(handle_, col);
-        comFree(handle_, val);
-        col = c;
-        val = v;
-        cap_ = cap;
+    }
+    RowStore(const RowStore&) = delete;
+    RowStore& operator=(const RowStore&) = delete;
+    // Room for m contiguous entries at *col and *val; false after an error line.
+    bool take(long m, int** col, S** val)
+    {
+        if (used_ + m > cap_) {
+            if (count_ == maxChunks)
+                return false;
+            const long cap = std::max(m, next_);
+            int* c = comAllocN<int>(handle_, cap);
+            S* v = c != nullptr ? comAllocN<S>(handle_, cap) : nullptr;
+            if (v == nullptr) {
+                comFree(handle_, c);
+                return false;
+            }
+            cols_[count_] = c;
+            vals_[count_] = v;
+            ++count_;
+            cap_ = cap;
+            used_ = 0;
+            next_ = total_ + cap;
+        }
+        *col = cols_[count_ - 1] + used_;
+        *val = vals_[count_ - 1] + used_;
+        used_ += m;
+        total_ += m;
         return true;
     }
 
-    int* col;
-    S* val;
-    long size = 0;
-
-private:
+  private:
+    static constexpr int maxChunks = 48;
     KwilHandle* handle_;
-    long cap_;
+    int* cols_[maxChunks] = {};
+    S* vals_[maxChunks] = {};
+    int count_ = 0;
+    long cap_ = 0;
+    long used_ = 0;
+    long total_ = 0;
+    long next_;
 };
 
 void heapPush(int* heap, int& count, int x)
@@ -75,7 +81,8 @@ void heapPush(int* heap, int& count, int x)
     int c = count++;
     while (c > 0) {
         const int parent = (c - 1) / 2;
-        if (heap[parent] <= x) break;
+        if (heap[parent] <= x)
+            break;
         heap[c] = heap[parent];
         c = parent;
     }
@@ -89,9 +96,12 @@ int heapPop(int* heap, int& count)
     int c = 0;
     for (;;) {
         int child = 2 * c + 1;
-        if (child >= count) break;
-        if (child + 1 < count && heap[child + 1] < heap[child]) ++child;
-        if (x <= heap[child]) break;
+        if (child >= count)
+            break;
+        if (child + 1 < count && heap[child + 1] < heap[child])
+            ++child;
+        if (x <= heap[child])
+            break;
         heap[c] = heap[child];
         c = child;
     }
@@ -102,31 +112,31 @@ int heapPop(int* heap, int& count)
 constexpr const char* allocError = "Alloc error in ILU fill-in solver";
 
 // Factorises A with fill-in and splits the result into L and U (sorted coordinate form).
-template <class S>
-int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatOwn& l, MatOwn& u)
+template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatOwn& l, MatOwn& u)
 {
     using namespace kwil::prec;
     const int n = a.size;
-    const int* ar = a.row;  // one-based row pointers
-    const int* ac = a.col;  // one-based columns
+    const int* ar = a.row; // one-based row pointers
+    const int* ac = a.col; // one-based columns
     const S* av = matValues<S>(a);
 
-    ComBuf<S> w(handle, n);                  // values of row i by column
-    ComBuf<unsigned char> present(handle, n);  // column stored in row i
-    ComBuf<int> heap(handle, n);             // columns below i still to eliminate
-    ComBuf<int> lower(handle, n);            // columns below i in elimination order
-    ComBuf<int> upper(handle, n);            // columns above i
-    ComBuf<int> fRow(handle, n + 1L);        // row starts in the pool
-    ComBuf<int> fDiag(handle, n);            // diagonal positions in the pool
-    const long cap0 = std::min(static_cast<long>(a.dataNum) + a.dataNum / 2 + 16L,
-                               static_cast<long>(INT_MAX));
-    FactorRows<S> f(handle, cap0);
-    if (!w || !present || !heap || !lower || !upper || !fRow || !fDiag || !f.ok()) {
+    ComBuf<S> w(handle, n);                   // values of row i by column
+    ComBuf<unsigned char> present(handle, n); // column stored in row i
+    ComBuf<int> heap(handle, n);              // columns below i still to eliminate
+    ComBuf<int> lower(handle, n);             // columns below i in elimination order
+    ComBuf<int> upper(handle, n);             // columns above i
+    ComBuf<int*> rowCol(handle, n);           // finished row i: columns (0-based)
+    ComBuf<S*> rowVal(handle, n);             // finished row i: values
+    ComBuf<int> rowLen(handle, n);            // finished row i: entry count
+    ComBuf<int> rowDiag(handle, n);           // finished row i: offset of the diagonal
+    RowStore<S> store(handle, a.dataNum + n + 16L);
+    if (!w || !present || !heap || !lower || !upper || !rowCol || !rowVal || !rowLen || !rowDiag) {
         return comErr(handle, allocError);
     }
 
     double absMax = 0.0;
-    for (int p = 0; p < a.dataNum; ++p) absMax = std::max(absMax, mag(av[p]));
+    for (int p = 0; p < a.dataNum; ++p)
+        absMax = std::max(absMax, mag(av[p]));
     const double fillMin = comOptDbl(handle, OPT_ILU_FILLINMIN);
     const double accel = comOptDbl(handle, OPT_ILU_ACCEL);
     const double tau = absMax * fillMin;
@@ -145,28 +155,32 @@ int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatOwn& l, MatOwn& u)
                 ++nU;
             }
         }
-        if (!diag) return comErr(handle, "No diag error in ILU fill-in solver");
+        if (!diag)
+            return comErr(handle, "No diag error in ILU fill-in solver");
     }
 
-    for (int j = 0; j < n; ++j) present[j] = 0;
+    for (int j = 0; j < n; ++j)
+        present[j] = 0;
     const int traceStep = comOptInt(handle, OPT_ILU_TRACE);
     S* wv = w.get();
     unsigned char* mark = present.get();
     int* hp = heap.get();
     int* lo = lower.get();
     int* up = upper.get();
-    int* fr = fRow.get();
-    int* fd = fDiag.get();
-    fr[0] = 0;
+    int** rc = rowCol.get();
+    S** rv = rowVal.get();
+    int* rl = rowLen.get();
+    int* rd = rowDiag.get();
     for (int i = 0; i < n; ++i) {
-        if (traceStep > 0 && i % traceStep == 0) comTrace(handle, "ILU fill-in row %d", i);
+        if (traceStep > 0 && i % traceStep == 0)
+            comTrace(handle, "ILU fill-in row %d", i);
         int nh = 0, nl = 0, nu = 0;
         for (int p = ar[i] - 1; p < ar[i + 1] - 1; ++p) {
             const int j = ac[p] - 1;
             mark[j] = 1;
             if (j < i) {
                 wv[j] = av[p];
-                hp[nh++] = j;  // ascending columns already form a heap
+                hp[nh++] = j; // ascending columns already form a heap
             } else if (j == i) {
                 wv[j] = scale(av[p], accel);
             } else {
@@ -174,18 +188,18 @@ int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatOwn& l, MatOwn& u)
                 up[nu++] = j;
             }
         }
-        const int* fc = f.col;
-        const S* fv = f.val;
         while (nh > 0) {
             const int k = heapPop(hp, nh);
             lo[nl++] = k;
             // m = a_kj (a_ik / a_kk); a_ik is final here: later pivot rows only reach columns
             // above their own.
-            const S mult = quot(wv[k], fv[fd[k]]);
-            const int q1 = fr[k + 1];
-            for (int q = fd[k] + 1; q < q1; ++q) {
-                const int j = fc[q];
-                const S m = mul(fv[q], mult);
+            const int* kc = rc[k];
+            const S* kv = rv[k];
+            const int dk = rd[k], q1 = rl[k];
+            const S mult = quot(wv[k], kv[dk]);
+            for (int q = dk + 1; q < q1; ++q) {
+                const int j = kc[q];
+                const S m = mul(kv[q], mult);
                 if (mark[j] != 0) {
                     wv[j] = sub(wv[j], m);
                 } else if (mag(m) >= tau) {
@@ -202,49 +216,101 @@ int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatOwn& l, MatOwn& u)
             }
         }
         std::sort(up, up + nu);
-        const long need = f.size + nl + 1L + nu;
-        if (need > INT_MAX || !f.reserve(need)) return comErr(handle, allocError);
-        long p = f.size;
+        int* col = nullptr;
+        S* val = nullptr;
+        if (nL + nU + n > INT_MAX || !store.take(nl + 1L + nu, &col, &val)) {
+            return comErr(handle, allocError);
+        }
+        int p = 0;
         for (int t = 0; t < nl; ++t, ++p) {
-            f.col[p] = lo[t];
-            f.val[p] = wv[lo[t]];
+            col[p] = lo[t];
+            val[p] = wv[lo[t]];
             mark[lo[t]] = 0;
         }
-        fd[i] = static_cast<int>(p);
-        f.col[p] = i;
-        f.val[p] = wv[i];
+        rd[i] = p;
+        col[p] = i;
+        val[p] = wv[i];
         mark[i] = 0;
         ++p;
         for (int t = 0; t < nu; ++t, ++p) {
-            f.col[p] = up[t];
-            f.val[p] = wv[up[t]];
+            col[p] = up[t];
+            val[p] = wv[up[t]];
             mark[up[t]] = 0;
         }
-        f.size = p;
-        fr[i + 1] = static_cast<int>(p);
+        rc[i] = col;
+        rv[i] = val;
+        rl[i] = p;
     }
     const long all = nL + n + nU;
     comTrace(handle, "ILU fill-in L %d U %d all %d increase %d", static_cast<int>(nL),
              static_cast<int>(nU), static_cast<int>(all), static_cast<int>(all - a.dataNum));
-    return iluSplit<S>(handle, a.dataType, n, fr, f.col, f.val, 0, static_cast<int>(nL),
-                       static_cast<int>(nU), "ILU fill-in", l, u);
+
+    // Split into L (lower entries and pivots) and U (diagonal and upper entries divided by the
+    // pivot); vanishing entries become ILU_REV_DIAGZERO_VAL first, the diagonal counted once.
+    l.reset(comLinMatCreate(handle, MAT_SORTED, a.dataType, n, static_cast<int>(n + nL)));
+    if (l)
+        u.reset(comLinMatCreate(handle, MAT_SORTED, a.dataType, n, static_cast<int>(n + nU)));
+    if (!l || !u) {
+        l.reset(nullptr);
+        return comErr(handle, "Alloc matrix error in ILU fill-in solver");
+    }
+    const double revVal = comOptDbl(handle, OPT_ILU_REV_DIAGZERO_VAL);
+    const S rev = fromParts<S>(revVal, 0.0);
+    int* lr = l->row;
+    int* lc = l->col;
+    S* lv = matValues<S>(*l);
+    int* ur = u->row;
+    int* uc = u->col;
+    S* uv = matValues<S>(*u);
+    long pl = 0, pu = 0, revCount = 0;
+    for (int i = 0; i < n; ++i) {
+        const int* col = rc[i];
+        S* val = rv[i];
+        const int d = rd[i], len = rl[i];
+        for (int p = 0; p < len; ++p) {
+            if (vanishing(val[p])) {
+                val[p] = rev;
+                ++revCount;
+            }
+        }
+        if (pl + d + 1 > n + nL || pu + (len - d) > n + nU)
+            break; // checked below
+        for (int p = 0; p <= d; ++p, ++pl) {
+            lr[pl] = i + 1;
+            lc[pl] = col[p] + 1;
+            lv[pl] = val[p];
+        }
+        const S pivot = val[d];
+        for (int p = d; p < len; ++p, ++pu) {
+            ur[pu] = i + 1;
+            uc[pu] = col[p] + 1;
+            uv[pu] = quot(val[p], pivot);
+        }
+    }
+    comAssert(handle, pl == n + nL && pu == n + nU, "LU number unmatch in ILU fill-in solver");
+    if (revCount > 0) {
+        comTrace(handle, "ILU fill-in rev diag zero %d %.4e", static_cast<int>(revCount), revVal);
+    }
+    return 1;
 }
 
-}  // namespace
+} // namespace
 
 int ILUFillIn(KwilHandle* handle, const ComLinMat* a, ComLinMat** l, ComLinMat** u)
 {
     MatOwn lo(handle, nullptr), up(handle, nullptr);
     const int ok = a->dataType == LIN_REAL ? fillInFactor<double>(handle, *a, lo, up)
                                            : fillInFactor<kwil::prec::Cplx>(handle, *a, lo, up);
-    if (ok == 0) return 0;
+    if (ok == 0)
+        return 0;
     // The work storage is gone; the factors become compressed rows.
     return kwil::prec::iluFinish(handle, lo, up, "ILU fill-in", l, u);
 }
 
 void ILUFillInFreeColData(KwilHandle* handle, ILUFillInColData** rowHead, int n)
 {
-    if (rowHead == nullptr) return;
+    if (rowHead == nullptr)
+        return;
     for (int i = 0; i < n; ++i) {
         ILUFillInColData* node = rowHead[i];
         while (node != nullptr) {
@@ -259,14 +325,16 @@ void ILUFillInFreeColData(KwilHandle* handle, ILUFillInColData** rowHead, int n)
 void ILUFillInTraceColData(KwilHandle* handle, const ILUFillInColData* node, int row,
                            const char* format, ...)
 {
-    if (!comTraceOn(handle)) return;
+    if (!comTraceOn(handle))
+        return;
     fputs("KWILTRC: ", stdout);
     va_list args;
     va_start(args, format);
     vprintf(format, args);
     va_end(args);
     printf(" row %d col\n", row);
-    for (; node != nullptr; node = node->next) printf(" %d", node->col);
+    for (; node != nullptr; node = node->next)
+        printf(" %d", node->col);
     fputc('\n', stdout);
     fflush(stdout);
 }

@@ -24,8 +24,8 @@ void comToolResetRevDiagZero(KwilHandle* handle, ComLinMat* a, ComLinVec* d);
 
 // Builds the scaled system As = S A S, bs = S b with S = diag(1 / sqrt(a_ii)) for a real CSR A.
 // Returns 1 with *as, *bs, *s owned by the caller, or 0 (refused or failed, logged).
-int comToolSetDiagScale(KwilHandle* handle, const ComLinMat* a, ComLinMat** as,
-                        const ComLinVec* b, ComLinVec** bs, ComLinVec** s);
+int comToolSetDiagScale(KwilHandle* handle, const ComLinMat* a, ComLinMat** as, const ComLinVec* b,
+                        ComLinVec** bs, ComLinVec** s);
 // x := S x, then deletes as, bs and s.
 void comToolResetDiagScale(KwilHandle* handle, ComLinMat* as, ComLinVec* bs, ComLinVec* s,
                            ComLinVec* x);
@@ -42,10 +42,10 @@ int ILUFillIn(KwilHandle* handle, const ComLinMat* a, ComLinMat** l, ComLinMat**
 // Column node of a row list of the fill-in factorisation: rows hold their nodes in strictly
 // ascending column order.
 struct ILUFillInColData {
-    int col;                 // one-based column
-    double re;               // real part
-    double im;               // imaginary part, 0 for real data
-    ILUFillInColData* next;  // node of the next larger column of the row, or null
+    int col;                // one-based column
+    double re;              // real part
+    double im;              // imaginary part, 0 for real data
+    ILUFillInColData* next; // node of the next larger column of the row, or null
 };
 // Frees every node of the n row lists (each node a comAlloc block) and then rowHead itself.
 void ILUFillInFreeColData(KwilHandle* handle, ILUFillInColData** rowHead, int n);

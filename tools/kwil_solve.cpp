@@ -105,7 +105,7 @@ void printHelp()
         "                       default b = A (1, ..., 1), and the error against the ones\n"
         "                       vector is reported too\n"
         "  -x OUT.mtx           writes the solution x as a Matrix Market array file\n"
-        "  -q                   quiet: TRACE 0 (only the summary and errors are written)\n"
+        "  -q                   quiet: TRACE 0 once the option file is loaded\n"
         "  --expand-symmetric   mirrors the stored triangle of a symmetric, hermitian or\n"
         "                       skew-symmetric file (the library reads entries as stored)\n"
         "  --help               this text\n\n"

@@ -24,7 +24,7 @@ std::vector<std::string> analyse(KwilHandle* h, const ComLinMat& a, const ComLin
     return cap.outLines();
 }
 
-}  // namespace
+} // namespace
 
 TEST(ClearZero, DropsVanishingEntriesAndKeepsTheOrderOfTheRest)
 {
@@ -48,10 +48,10 @@ TEST(ClearZero, BoundaryValuesAndDiagonalCount)
 {
     TestHandle th;
     // DBL_MIN and -DBL_MIN themselves are kept; -0, the subnormals and 0 go.
-    Mat a = coo(3,
-                {{3, 3, -DBL_MIN}, {1, 1, -0.0}, {2, 2, DBL_MIN}, {1, 3, -DBL_MIN / 4},
-                 {3, 1, 4.9e-324}},
-                false);
+    Mat a = coo(
+        3,
+        {{3, 3, -DBL_MIN}, {1, 1, -0.0}, {2, 2, DBL_MIN}, {1, 3, -DBL_MIN / 4}, {3, 1, 4.9e-324}},
+        false);
     int zeroDiag = -1;
     comToolMatClearZero(th.get(), a.get(), &zeroDiag);
     const auto e = entries(*a);
@@ -65,8 +65,10 @@ TEST(ClearZero, BoundaryValuesAndDiagonalCount)
 TEST(ClearZero, ComplexEntryVanishesOnlyWhenBothPartsDo)
 {
     TestHandle th;
-    Mat a = coo(2, {{1, 1, Cplx(DBL_MIN / 2, -DBL_MIN / 4)}, {1, 2, Cplx(0.0, 5.0)},
-                    {2, 2, Cplx(0.0, -DBL_MIN)}},
+    Mat a = coo(2,
+                {{1, 1, Cplx(DBL_MIN / 2, -DBL_MIN / 4)},
+                 {1, 2, Cplx(0.0, 5.0)},
+                 {2, 2, Cplx(0.0, -DBL_MIN)}},
                 true);
     int zeroDiag = -1;
     comToolMatClearZero(th.get(), a.get(), &zeroDiag);
@@ -190,8 +192,8 @@ TEST(AnalyDeath, UnsortedCoordinateFormIsAnInvariantViolation)
     TestHandle th;
     Mat a = coo(1, {{1, 1, 1.0}}, false);
     Vec b = vec({1.0}, false);
-    EXPECT_EXIT(comToolAnaly(th.get(), a.get(), b.get(), "solver", 0),
-                testing::ExitedWithCode(255), "KWILASR: Invalid type 0 in matrix analyse\n");
+    EXPECT_EXIT(comToolAnaly(th.get(), a.get(), b.get(), "solver", 0), testing::ExitedWithCode(255),
+                "KWILASR: Invalid type 0 in matrix analyse\n");
 }
 
 TEST(CheckResult, ExactSolutionHasZeroNormsAndWritesTheZeroResidual)
@@ -206,8 +208,7 @@ TEST(CheckResult, ExactSolutionHasZeroNormsAndWritesTheZeroResidual)
         double rel = -1.0, abs = -1.0;
         const std::string file = dir.path(complex ? "rc.mtx" : "rr.mtx");
         Capture cap;
-        EXPECT_EQ(comToolCheckResult(th.get(), a.get(), b.get(), x.get(), &rel, &abs,
-                                     file.c_str()),
+        EXPECT_EQ(comToolCheckResult(th.get(), a.get(), b.get(), x.get(), &rel, &abs, file.c_str()),
                   1);
         cap.take();
         EXPECT_EQ(rel, 0.0);
@@ -215,7 +216,8 @@ TEST(CheckResult, ExactSolutionHasZeroNormsAndWritesTheZeroResidual)
         Vec r(comFileVecRead(th.get(), file.c_str()));
         ASSERT_NE(r, nullptr);
         EXPECT_EQ(r->dataType, complex ? LIN_COMP : LIN_REAL);
-        for (const Cplx& v : values(*r)) EXPECT_EQ(v, Cplx(0.0));
+        for (const Cplx& v : values(*r))
+            EXPECT_EQ(v, Cplx(0.0));
     }
 }
 
@@ -224,7 +226,7 @@ TEST(CheckResult, NormsOfAWrongSolution)
     TestHandle th;
     Mat a = csr(2, {{1, 1, 1.0}, {2, 2, 1.0}}, false);
     Vec x = vec({4.0, 0.0}, false);
-    Vec b = vec({1.0, -4.0}, false);  // r = (3, 4)
+    Vec b = vec({1.0, -4.0}, false); // r = (3, 4)
     double rel = 0.0, abs = 0.0;
     EXPECT_EQ(comToolCheckResult(th.get(), a.get(), b.get(), x.get(), &rel, &abs, nullptr), 1);
     EXPECT_DOUBLE_EQ(abs, 5.0);
@@ -254,7 +256,8 @@ TEST(CheckResult, FailingFileWriteKeepsTheNorms)
     EXPECT_EQ(abs, 1.0);
     EXPECT_EQ(rel, 1.0);
     EXPECT_EQ(cap.errLines(),
-              std::vector<std::string>{"KWILERR: Open error in vec file read, write='/nonexistent-dir/r.mtx'"});
+              std::vector<std::string>{
+                  "KWILERR: Open error in vec file read, write='/nonexistent-dir/r.mtx'"});
 }
 
 TEST(CheckResult, AllocationFailureReportsItsLineAndLeaksNothing)
@@ -266,8 +269,8 @@ TEST(CheckResult, AllocationFailureReportsItsLineAndLeaksNothing)
     const long points = sweepWithLines(
         [&] {
             double rel = 0.0, abs = 0.0;
-            return comToolCheckResult(th.get(), a.get(), b.get(), x.get(), &rel, &abs,
-                                      nullptr) == 1;
+            return comToolCheckResult(th.get(), a.get(), b.get(), x.get(), &rel, &abs, nullptr) ==
+                   1;
         },
         {"KWILERR: Vector data create error in check result"});
     EXPECT_GE(points, 2);

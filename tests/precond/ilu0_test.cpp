@@ -19,8 +19,10 @@ Mat tridiagonal(int n, bool complex)
     for (int i = 1; i <= n; ++i) {
         const double t = 0.1 * i;
         e.push_back({i, i, Cplx(4.0 + t, complex ? 1.0 - t : 0.0)});
-        if (i > 1) e.push_back({i, i - 1, Cplx(-1.0 - 0.02 * i, complex ? 0.5 : 0.0)});
-        if (i < n) e.push_back({i, i + 1, Cplx(-1.5 - 0.01 * i, complex ? -t : 0.0)});
+        if (i > 1)
+            e.push_back({i, i - 1, Cplx(-1.0 - 0.02 * i, complex ? 0.5 : 0.0)});
+        if (i < n)
+            e.push_back({i, i + 1, Cplx(-1.5 - 0.01 * i, complex ? -t : 0.0)});
     }
     return csr(n, e, complex);
 }
@@ -32,14 +34,16 @@ void exactPair(const ComLinMat& a, std::vector<Cplx>& x, std::vector<Cplx>& b)
     const bool complex = a.dataType == LIN_COMP;
     x.assign(n, 0.0);
     b.assign(n, 0.0);
-    for (int i = 0; i < n; ++i) x[i] = Cplx(1.0 + double(i) / n, complex ? 0.5 * i / n : 0.0);
+    for (int i = 0; i < n; ++i)
+        x[i] = Cplx(1.0 + double(i) / n, complex ? 0.5 * i / n : 0.0);
     const auto d = dense(a);
     for (int i = 0; i < n; ++i) {
-        for (int j = 0; j < n; ++j) b[i] += d[static_cast<size_t>(i) * n + j] * x[j];
+        for (int j = 0; j < n; ++j)
+            b[i] += d[static_cast<size_t>(i) * n + j] * x[j];
     }
 }
 
-}  // namespace
+} // namespace
 
 TEST(Ilu0, DiagonalMatrixGivesTheDiagonalAndTheIdentity)
 {
@@ -51,16 +55,16 @@ TEST(Ilu0, DiagonalMatrixGivesTheDiagonalAndTheIdentity)
         Factors f = factorise(ILU0, th.get(), *a);
         ASSERT_EQ(f.ok, 1);
         EXPECT_EQ(f.err.size(), 0u);
-        const std::vector<std::string> want = {
-            accel == 1.0 ? "KWILTRC: ILU 0 accel 1.0000e+00" : "KWILTRC: ILU 0 accel 2.0000e+00",
-            "KWILTRC: ILU 0 L 0 U 0 All 3"};
+        const std::vector<std::string> want = {accel == 1.0 ? "KWILTRC: ILU 0 accel 1.0000e+00"
+                                                            : "KWILTRC: ILU 0 accel 2.0000e+00",
+                                               "KWILTRC: ILU 0 L 0 U 0 All 3"};
         EXPECT_EQ(f.out, want);
         EXPECT_EQ(f.l->type, MAT_CSR);
         EXPECT_EQ(f.u->type, MAT_CSR);
         EXPECT_EQ(f.l->dataNum, 3);
         EXPECT_EQ(f.u->dataNum, 3);
-        EXPECT_EQ(dense(*f.l), (std::vector<Cplx>{2.0 * accel, 0, 0, 0, -3.0 * accel, 0, 0, 0,
-                                                  0.5 * accel}));
+        EXPECT_EQ(dense(*f.l),
+                  (std::vector<Cplx>{2.0 * accel, 0, 0, 0, -3.0 * accel, 0, 0, 0, 0.5 * accel}));
         EXPECT_EQ(dense(*f.u), (std::vector<Cplx>{1, 0, 0, 0, 1, 0, 0, 0, 1}));
     }
 }
@@ -84,7 +88,7 @@ TEST(Ilu0, TridiagonalReproducesAAndTheSolveInvertsIt)
         Mat a0 = tridiagonal(30, complex);
         Factors f = factorise(comToolILU, th.get(), *a);
         ASSERT_EQ(f.ok, 1);
-        EXPECT_TRUE(sameBits(*a, *a0));  // the input is not touched
+        EXPECT_TRUE(sameBits(*a, *a0)); // the input is not touched
         EXPECT_EQ(f.l->dataNum, 30 + 29);
         EXPECT_EQ(f.u->dataNum, 30 + 29);
         for (const Entry& e : entries(*f.u)) {
@@ -117,7 +121,8 @@ TEST(Ilu0, RandomMatrixMatchesAOnItsPattern)
         }
         // L and U keep A's lower and upper patterns.
         size_t lower = 0, upper = 0;
-        for (const Entry& e : entries(*a)) (e.col < e.row ? lower : e.col > e.row ? upper : lower) += 1;
+        for (const Entry& e : entries(*a))
+            (e.col < e.row ? lower : e.col > e.row ? upper : lower) += 1;
         EXPECT_EQ(static_cast<size_t>(f.l->dataNum), lower);
         EXPECT_EQ(static_cast<size_t>(f.u->dataNum), upper + 60);
     }
@@ -133,7 +138,8 @@ TEST(Ilu0, ComplexWithZeroImaginaryPartsEqualsReal)
     ASSERT_EQ(fr.ok, 1);
     ASSERT_EQ(fc.ok, 1);
     EXPECT_EQ(fr.out, fc.out);
-    for (auto pair : {std::make_pair(fr.l.get(), fc.l.get()), std::make_pair(fr.u.get(), fc.u.get())}) {
+    for (auto pair :
+         {std::make_pair(fr.l.get(), fc.l.get()), std::make_pair(fr.u.get(), fc.u.get())}) {
         const auto er = entries(*pair.first), ec = entries(*pair.second);
         ASSERT_EQ(er.size(), ec.size());
         for (size_t p = 0; p < er.size(); ++p) {
@@ -151,9 +157,9 @@ TEST(Ilu0, MissingDiagonalOrEmptyRowFails)
 {
     TestHandle th;
     const std::vector<std::vector<Entry>> cases = {
-        {{1, 1, 1.0}, {2, 1, 1.0}, {3, 3, 1.0}},  // row 2 without its diagonal
-        {{1, 1, 1.0}, {3, 3, 1.0}},               // row 2 empty
-        {{1, 1, 1.0}, {2, 2, 1.0}},               // last row empty
+        {{1, 1, 1.0}, {2, 1, 1.0}, {3, 3, 1.0}}, // row 2 without its diagonal
+        {{1, 1, 1.0}, {3, 3, 1.0}},              // row 2 empty
+        {{1, 1, 1.0}, {2, 2, 1.0}},              // last row empty
     };
     for (bool complex : {false, true}) {
         for (const auto& e : cases) {
@@ -219,10 +225,10 @@ TEST(Ilu0, RowTraceEveryIluTraceRows)
     Mat a = tridiagonal(250, false);
     Factors f = factorise(ILU0, th.get(), *a);
     ASSERT_EQ(f.ok, 1);
-    EXPECT_EQ(f.out, (std::vector<std::string>{
-                         "KWILTRC: ILU 0 accel 1.0000e+00", "KWILTRC: ILU 0 row 0",
-                         "KWILTRC: ILU 0 row 100", "KWILTRC: ILU 0 row 200",
-                         "KWILTRC: ILU 0 L 249 U 249 All 748"}));
+    EXPECT_EQ(f.out,
+              (std::vector<std::string>{"KWILTRC: ILU 0 accel 1.0000e+00", "KWILTRC: ILU 0 row 0",
+                                        "KWILTRC: ILU 0 row 100", "KWILTRC: ILU 0 row 200",
+                                        "KWILTRC: ILU 0 L 249 U 249 All 748"}));
     th.intOpt[OPT_ILU_TRACE] = -5;
     Factors g = factorise(ILU0, th.get(), *a);
     EXPECT_EQ(g.out.size(), 2u);
@@ -243,7 +249,8 @@ TEST(Ilu, FillInOptionChoosesTheFactorisation)
     th.intOpt[OPT_ILU_FILLIN] = -1;
     Factors g = factorise(comToolILU, th.get(), *a);
     ASSERT_EQ(g.ok, 1);
-    EXPECT_EQ(g.out.front(), "KWILTRC: ILU fill-in min abs 2.0000e-03 rel 1.0000e-03 accel 1.0000e+00");
+    EXPECT_EQ(g.out.front(),
+              "KWILTRC: ILU fill-in min abs 2.0000e-03 rel 1.0000e-03 accel 1.0000e+00");
 }
 
 TEST(IluDeath, NonCompressedInputIsAnInvariantViolation)

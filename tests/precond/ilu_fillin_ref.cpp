@@ -11,7 +11,10 @@ namespace prectest {
 
 namespace {
 
-bool tiny(double x) { return x > -DBL_MIN && x < DBL_MIN; }
+bool tiny(double x)
+{
+    return x > -DBL_MIN && x < DBL_MIN;
+}
 
 double magnitude(bool comp, double re, double im)
 {
@@ -31,7 +34,7 @@ void append(ComLinMat* m, int p, int row, int col, double re, double im)
     }
 }
 
-}  // namespace
+} // namespace
 
 int refILUFillIn(KwilHandle* handle, const ComLinMat* a, ComLinMat** l, ComLinMat** u)
 {
@@ -51,7 +54,8 @@ int refILUFillIn(KwilHandle* handle, const ComLinMat* a, ComLinMat** l, ComLinMa
         freeWork();
         return comErr(handle, "Alloc error in ILU fill-in solver");
     }
-    for (int i = 0; i < n; ++i) rowHead[i] = diagNode[i] = nullptr;
+    for (int i = 0; i < n; ++i)
+        rowHead[i] = diagNode[i] = nullptr;
     auto fail = [&](const char* msg) {
         ILUFillInFreeColData(handle, rowHead, n);
         freeWork();
@@ -63,7 +67,8 @@ int refILUFillIn(KwilHandle* handle, const ComLinMat* a, ComLinMat** l, ComLinMa
         ILUFillInColData** tail = &rowHead[i];
         for (int p = a->row[i] - 1; p < a->row[i + 1] - 1; ++p) {
             auto* node = static_cast<ILUFillInColData*>(comAlloc(handle, sizeof(ILUFillInColData)));
-            if (node == nullptr) return fail("Alloc error in ILU fill-in solver");
+            if (node == nullptr)
+                return fail("Alloc error in ILU fill-in solver");
             node->col = a->col[p];
             node->re = comp ? a->compData[2 * p] : a->realData[p];
             node->im = comp ? a->compData[2 * p + 1] : 0.0;
@@ -91,17 +96,20 @@ int refILUFillIn(KwilHandle* handle, const ComLinMat* a, ComLinMat** l, ComLinMa
                 ++nU;
             }
         }
-        if (diagNode[i] == nullptr) return fail("No diag error in ILU fill-in solver");
+        if (diagNode[i] == nullptr)
+            return fail("No diag error in ILU fill-in solver");
     }
 
     const int traceStep = comOptInt(handle, OPT_ILU_TRACE);
     for (int i = 0; i < n; ++i) {
-        if (traceStep > 0 && i % traceStep == 0) comTrace(handle, "ILU fill-in row %d", i);
+        if (traceStep > 0 && i % traceStep == 0)
+            comTrace(handle, "ILU fill-in row %d", i);
         for (ILUFillInColData* ik = rowHead[i]; ik != nullptr && ik->col < i + 1; ik = ik->next) {
             const ILUFillInColData* kk = diagNode[ik->col - 1];
             for (const ILUFillInColData* kj = kk->next; kj != nullptr; kj = kj->next) {
                 ILUFillInColData** link = &rowHead[i];
-                while (*link != nullptr && (*link)->col < kj->col) link = &(*link)->next;
+                while (*link != nullptr && (*link)->col < kj->col)
+                    link = &(*link)->next;
                 double mr, mi;
                 if (comp) {
                     const double d = kk->re * kk->re + kk->im * kk->im;
@@ -119,7 +127,8 @@ int refILUFillIn(KwilHandle* handle, const ComLinMat* a, ComLinMat** l, ComLinMa
                 } else if (magnitude(comp, mr, mi) >= tau) {
                     auto* node =
                         static_cast<ILUFillInColData*>(comAlloc(handle, sizeof(ILUFillInColData)));
-                    if (node == nullptr) return fail("Alloc error in ILU fill-in solver");
+                    if (node == nullptr)
+                        return fail("Alloc error in ILU fill-in solver");
                     node->col = kj->col;
                     node->re = -mr;
                     node->im = -mi;
@@ -138,13 +147,14 @@ int refILUFillIn(KwilHandle* handle, const ComLinMat* a, ComLinMat** l, ComLinMa
              nL + n + nU - a->dataNum);
 
     ComLinMat* lm = comLinMatCreate(handle, MAT_SORTED, a->dataType, n, nL + n);
-    ComLinMat* um = lm != nullptr ? comLinMatCreate(handle, MAT_SORTED, a->dataType, n, n + nU)
-                                  : nullptr;
+    ComLinMat* um =
+        lm != nullptr ? comLinMatCreate(handle, MAT_SORTED, a->dataType, n, n + nU) : nullptr;
     if (um == nullptr) {
         comLinMatDelete(handle, lm);
         return fail("Alloc matrix error in ILU fill-in solver");
     }
-    for (int i = 0; i < n; ++i) pivotRe[i] = pivotIm[i] = 0.0;
+    for (int i = 0; i < n; ++i)
+        pivotRe[i] = pivotIm[i] = 0.0;
     const double rev = comOptDbl(handle, OPT_ILU_REV_DIAGZERO_VAL);
     int pl = 0, pu = 0, revCount = 0;
     for (int i = 0; i < n; ++i) {
@@ -154,12 +164,14 @@ int refILUFillIn(KwilHandle* handle, const ComLinMat* a, ComLinMat** l, ComLinMa
                 node->im = 0.0;
                 ++revCount;
             }
-            if (node->col <= i + 1) append(lm, pl++, i + 1, node->col, node->re, node->im);
+            if (node->col <= i + 1)
+                append(lm, pl++, i + 1, node->col, node->re, node->im);
             if (node->col == i + 1) {
                 pivotRe[i] = node->re;
                 pivotIm[i] = node->im;
             }
-            if (node->col >= i + 1) append(um, pu++, i + 1, node->col, node->re, node->im);
+            if (node->col >= i + 1)
+                append(um, pu++, i + 1, node->col, node->re, node->im);
         }
     }
     comAssert(handle, pl == nL + n && pu == n + nU, "LU number unmatch in ILU fill-in solver");
@@ -175,7 +187,8 @@ int refILUFillIn(KwilHandle* handle, const ComLinMat* a, ComLinMat** l, ComLinMa
             um->realData[p] /= pivotRe[i];
         }
     }
-    if (revCount > 0) comTrace(handle, "ILU fill-in rev diag zero %d %.4e", revCount, rev);
+    if (revCount > 0)
+        comTrace(handle, "ILU fill-in rev diag zero %d %.4e", revCount, rev);
     ILUFillInFreeColData(handle, rowHead, n);
     freeWork();
     if (comLinMatChangeType(handle, lm, MAT_CSR) == 0 ||
@@ -189,4 +202,4 @@ int refILUFillIn(KwilHandle* handle, const ComLinMat* a, ComLinMat** l, ComLinMa
     return 1;
 }
 
-}  // namespace prectest
+} // namespace prectest

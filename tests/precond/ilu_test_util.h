@@ -35,4 +35,4 @@ inline Factors factorise(IluFn fn, KwilHandle* h, const ComLinMat& a)
     return f;
 }
 
-}  // namespace prectest
+} // namespace prectest

@@ -76,4 +76,4 @@ Mat readMatrixMarket(const std::string& path, bool addDiag);
 // nodes, each insertion point searched from the head of the row. Same contract as ILUFillIn.
 int refILUFillIn(KwilHandle* handle, const ComLinMat* a, ComLinMat** l, ComLinMat** u);
 
-}  // namespace prectest
+} // namespace prectest

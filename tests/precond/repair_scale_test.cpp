@@ -25,7 +25,7 @@ void expectEntries(const ComLinMat& a, const std::vector<Entry>& want)
     }
 }
 
-}  // namespace
+} // namespace
 
 TEST(RevDiagZero, FullDiagonalLeavesTheMatrixAndTracesNothing)
 {
@@ -76,7 +76,7 @@ TEST(RevDiagZero, ComplexKeepsBothPartsAndUsesTheOptionValue)
     expectEntries(*a, {{2, 2, Cplx(1.5, -2.5)}, {1, 2, Cplx(0.0, 1.0)}, {1, 1, Cplx(0.25, 0.0)}});
     EXPECT_EQ(values(*d), (std::vector<Cplx>{0.0, Cplx(1.5, -2.5)}));
     // The reset works on any form: here the coordinate form it was left in.
-    a->compData[1] = 9.0;  // the solve may have changed values
+    a->compData[1] = 9.0; // the solve may have changed values
     comToolResetRevDiagZero(th.get(), a.get(), d);
     expectEntries(*a, {{2, 2, Cplx(1.5, -2.5)}, {1, 2, Cplx(0.0, 1.0)}, {1, 1, Cplx(0.0, 0.0)}});
 }
@@ -111,7 +111,8 @@ TEST(RevDiagZero, AllocationFailuresLeaveTheMatrixAndLeakNothing)
     for (bool complex : {false, true}) {
         // Fresh inputs made beforehand, so that only the routine's own allocations are counted.
         std::vector<Mat> inputs;
-        for (int k = 0; k < 64; ++k) inputs.push_back(coo(3, e, complex));
+        for (int k = 0; k < 64; ++k)
+            inputs.push_back(coo(3, e, complex));
         size_t next = 0;
         const long points = sweepWithLines(
             [&] {
@@ -189,11 +190,13 @@ TEST(DiagScale, RoundTripLeavesAAndBBitForBitAndMapsXBack)
         EXPECT_EQ(values(*bs)[i], sv[i] * 0.3);
     }
     std::vector<Cplx> y(40);
-    for (int i = 0; i < 40; ++i) y[i] = 0.1 * (i + 1);
+    for (int i = 0; i < 40; ++i)
+        y[i] = 0.1 * (i + 1);
     Vec x = vec(y, false);
     comToolResetDiagScale(th.get(), as, bs, s, x.get());
     const auto xv = values(*x);
-    for (int i = 0; i < 40; ++i) EXPECT_EQ(xv[i], sv[i] * y[i]);
+    for (int i = 0; i < 40; ++i)
+        EXPECT_EQ(xv[i], sv[i] * y[i]);
 }
 
 TEST(DiagScale, DiagonalMatrixSolvesThroughTheScaledSystem)
@@ -202,20 +205,24 @@ TEST(DiagScale, DiagonalMatrixSolvesThroughTheScaledSystem)
     const std::vector<double> dv = {4.0, 0.25, 2.0, 1e-300};
     const std::vector<double> bv = {1.0, -2.0, 3.0, 1e-300};
     std::vector<Entry> e;
-    for (int i = 0; i < 4; ++i) e.push_back({i + 1, i + 1, dv[i]});
+    for (int i = 0; i < 4; ++i)
+        e.push_back({i + 1, i + 1, dv[i]});
     Mat a = csr(4, e, false);
     Vec b = vec({bv[0], bv[1], bv[2], bv[3]}, false);
     ComLinMat* as = nullptr;
     ComLinVec* bs = nullptr;
     ComLinVec* s = nullptr;
     ASSERT_EQ(comToolSetDiagScale(th.get(), a.get(), &as, b.get(), &bs, &s), 1);
-    for (const Entry& x : entries(*as)) EXPECT_NEAR(x.v.real(), 1.0, 1e-15);
+    for (const Entry& x : entries(*as))
+        EXPECT_NEAR(x.v.real(), 1.0, 1e-15);
     const auto bsv = values(*bs);
-    for (int i = 0; i < 4; ++i) EXPECT_NEAR(bsv[i].real(), bv[i] / std::sqrt(dv[i]), 1e-15 * std::fabs(bsv[i].real()));
-    Vec x = vec({bsv[0], bsv[1], bsv[2], bsv[3]}, false);  // y = bs solves the identity
+    for (int i = 0; i < 4; ++i)
+        EXPECT_NEAR(bsv[i].real(), bv[i] / std::sqrt(dv[i]), 1e-15 * std::fabs(bsv[i].real()));
+    Vec x = vec({bsv[0], bsv[1], bsv[2], bsv[3]}, false); // y = bs solves the identity
     comToolResetDiagScale(th.get(), as, bs, s, x.get());
     const auto xv = values(*x);
-    for (int i = 0; i < 4; ++i) EXPECT_NEAR(xv[i].real(), bv[i] / dv[i], 1e-15 * std::fabs(bv[i] / dv[i]));
+    for (int i = 0; i < 4; ++i)
+        EXPECT_NEAR(xv[i].real(), bv[i] / dv[i], 1e-15 * std::fabs(bv[i] / dv[i]));
 }
 
 TEST(DiagScale, ComplexMatrixIsRefusedWithAWarning)
@@ -230,7 +237,8 @@ TEST(DiagScale, ComplexMatrixIsRefusedWithAWarning)
     Capture cap;
     EXPECT_EQ(comToolSetDiagScale(th.get(), a.get(), &as, b.get(), &bs, &s), 0);
     cap.take();
-    EXPECT_EQ(cap.errLines(), std::vector<std::string>{"KWILWRN: Not real data in diag scale begin"});
+    EXPECT_EQ(cap.errLines(),
+              std::vector<std::string>{"KWILWRN: Not real data in diag scale begin"});
     EXPECT_EQ(as, nullptr);
     EXPECT_EQ(comTestLiveAllocs(), live);
 }
@@ -242,8 +250,8 @@ TEST(DiagScale, NonPositiveTinyOrMissingDiagonalIsRefused)
         {{1, 1, 1.0}, {2, 2, -1.0}},
         {{1, 1, 1.0}, {2, 2, 0.0}},
         {{1, 1, 1.0}, {2, 2, DBL_MIN}},
-        {{1, 1, 1.0}, {2, 1, 3.0}},  // row 2 stores no diagonal entry
-        {{1, 1, 1.0}},               // row 2 stores nothing
+        {{1, 1, 1.0}, {2, 1, 3.0}}, // row 2 stores no diagonal entry
+        {{1, 1, 1.0}},              // row 2 stores nothing
     };
     for (const auto& e : cases) {
         Mat a = csr(2, e, false);

@@ -14,8 +14,7 @@ namespace prectest {
 // fn() runs the scenario, releases everything it made and returns true on success. For every
 // allocation k that fn() makes, making the k-th fail must give false, leak nothing, and end the
 // error output with one of the lines in last (tag included). Returns the number of points.
-template <class Fn>
-long sweepWithLines(Fn fn, const std::vector<std::string>& last)
+template <class Fn> long sweepWithLines(Fn fn, const std::vector<std::string>& last)
 {
     const long live0 = comTestLiveAllocs();
     const long before = comTestAllocCount();
@@ -45,4 +44,4 @@ long sweepWithLines(Fn fn, const std::vector<std::string>& last)
     return total;
 }
 
-}  // namespace prectest
+} // namespace prectest
