@@ -1,4 +1,5 @@
 // Matrix files: what the reader accepts and builds, every message, and the writer's output.
+#include <dirent.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -242,4 +243,35 @@ TEST_F(MatFile, WriterOutputIsExact)
     cap.take();
     EXPECT_EQ(cap.err(), "KWILERR: Open error in mat file read, write='" + dir.path("x/y.mtx") + "'\n");
     comLinMatDelete(h, m);
+}
+
+namespace {
+
+int openFiles()
+{
+    int n = 0;
+    if (DIR* d = opendir("/proc/self/fd")) {
+        while (readdir(d) != nullptr) ++n;
+        closedir(d);
+    }
+    return n;
+}
+
+}  // namespace
+
+TEST_F(MatFile, FailedReadsCloseTheirFiles)
+{
+    const std::string texts[] = {
+        "", "%%MatrixMarket matrix array real general\n", realBanner, realBanner + "3 4 1\n",
+        realBanner + "2 2 1\n1 1 x\n", realBanner + "2 2 1\n3 1 1\n", realBanner + "2 2 1\n",
+        realBanner + "2 2 0\n1 1 1\n"};
+    const int before = openFiles();
+    for (int rep = 0; rep < 3; ++rep) {
+        for (const std::string& t : texts) {
+            EXPECT_EQ(read(t), nullptr) << t;
+            Capture cap;
+            EXPECT_EQ(comFileVecRead(h, path.c_str()), nullptr);
+        }
+    }
+    EXPECT_EQ(openFiles(), before);
 }
