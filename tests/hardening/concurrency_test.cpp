@@ -108,13 +108,19 @@ class Concurrency : public ::testing::Test {
         constexpr int rounds = 12;
         std::vector<Result> ra(rounds), rb(rounds);
         std::atomic<int> ready{0};
-        auto worker = [&ready](const std::string& opt, const Problem& p, std::vector<Result>* out) {
+        std::atomic<int> threadCountChanged{0};
+        auto worker = [&ready, &threadCountChanged](const std::string& opt, const Problem& p,
+                                                    std::vector<Result>* out) {
             // Start together so that the solves overlap.
             ++ready;
             while (ready.load() < 2)
                 std::this_thread::yield();
-            for (Result& r : *out)
+            const int own = omp_get_max_threads();
+            for (Result& r : *out) {
                 r = session(opt, p);
+                if (omp_get_max_threads() != own)
+                    ++threadCountChanged;
+            }
         };
         std::thread ta(worker, optA, a, &ra);
         std::thread tb(worker, optB, b, &rb);
@@ -123,6 +129,7 @@ class Concurrency : public ::testing::Test {
         cap.take();
         EXPECT_EQ(cap.err(), "");
         EXPECT_EQ(omp_get_max_threads(), threads);
+        EXPECT_EQ(threadCountChanged.load(), 0);
         for (int k = 0; k < rounds; ++k) {
             compare(aloneA, ra[k], exact, "A", k);
             compare(aloneB, rb[k], exact, "B", k);
