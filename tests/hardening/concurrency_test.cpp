@@ -93,8 +93,11 @@ class Concurrency : public ::testing::Test {
                          kwiltest::optionText("TRACE 0\n" + extra));
     }
     // Runs the two sessions alone, then `rounds` times each on two threads at once; every
-    // concurrent result must equal the lone one (bitwise when exact is set).
-    void runPair(const Problem& a, const Problem& b, bool exact)
+    // concurrent result must equal the lone one to rounding (Match::rounding: relative difference
+    // of x at most 1e-7, as a rounding difference may shift the last step of an iteration) or only
+    // in convergence.
+    enum class Match { rounding, converged };
+    void runPair(const Problem& a, const Problem& b, Match match)
     {
         const std::string optA = options(a.options), optB = options(b.options);
         const int threads = omp_get_max_threads();
@@ -131,36 +134,41 @@ class Concurrency : public ::testing::Test {
         EXPECT_EQ(omp_get_max_threads(), threads);
         EXPECT_EQ(threadCountChanged.load(), 0);
         for (int k = 0; k < rounds; ++k) {
-            compare(aloneA, ra[k], exact, "A", k);
-            compare(aloneB, rb[k], exact, "B", k);
+            compare(aloneA, ra[k], match, "A", k);
+            compare(aloneB, rb[k], match, "B", k);
         }
     }
-    static void compare(const Result& alone, const Result& r, bool exact, const char* name, int k)
+    static void compare(const Result& alone, const Result& r, Match match, const char* name, int k)
     {
         EXPECT_EQ(r.solve, 1) << name << " round " << k;
         EXPECT_EQ(r.check, 1) << name << " round " << k;
+        EXPECT_LE(r.rel, 1e-8) << name << " round " << k;
         ASSERT_EQ(r.x.size(), alone.x.size()) << name << " round " << k;
-        if (exact) {
-            for (size_t i = 0; i < r.x.size(); ++i) {
-                ASSERT_EQ(r.x[i], alone.x[i]) << name << " round " << k << " entry " << i;
-            }
-        } else {
-            EXPECT_LE(r.rel, 1e-8) << name << " round " << k;
+        double diff = 0.0, norm = 0.0;
+        for (size_t i = 0; i < r.x.size(); ++i) {
+            diff += std::norm(r.x[i] - alone.x[i]);
+            norm += std::norm(alone.x[i]);
+        }
+        if (match != Match::converged) {
+            EXPECT_LE(std::sqrt(diff), 1e-7 * std::sqrt(norm)) << name << " round " << k;
         }
     }
     TempDir dir;
     int files = 0;
 };
 
-TEST_F(Concurrency, IterativeAndDirectSolvesOnTwoThreadsEqualTheLoneOnes)
+// Bitwise equality is not to be had: the BLAS kernels peel loops by the alignment of the
+// vectors (which differs between the heaps of two threads), and OpenBLAS (OpenMP build) keeps one
+// process-wide thread count, which each call adjusts to its caller's. Both change only how a
+// reduction is grouped.
+TEST_F(Concurrency, SolvesOnTwoThreadsEqualTheLoneOnesToRounding)
 {
-    runPair({"SOLVER 0\nTHREADS 2\n", false, 30}, {"SOLVER 10\nTHREADS 1\n", true, 24}, true);
-}
-
-TEST_F(Concurrency, TwoIterativeSolversWithScalingAndFillIn)
-{
+    runPair({"SOLVER 0\nTHREADS 1\n", false, 30}, {"SOLVER 10\nTHREADS 1\n", true, 24},
+            Match::rounding);
+    runPair({"SOLVER 0\nTHREADS 2\n", false, 30}, {"SOLVER 10\nTHREADS 1\n", true, 24},
+            Match::rounding);
     runPair({"SOLVER 1\nDIAG_SCALE 1\nTHREADS 1\n", false, 28},
-            {"SOLVER 2\nSTABL_L 2\nILU_FILLIN 1\nTHREADS 2\n", true, 24}, true);
+            {"SOLVER 2\nSTABL_L 2\nILU_FILLIN 1\nTHREADS 2\n", true, 24}, Match::rounding);
 }
 
 TEST_F(Concurrency, RandomShadowResidualsStillConverge)
@@ -168,7 +176,7 @@ TEST_F(Concurrency, RandomShadowResidualsStillConverge)
     // ITER_R_TYPE 1 draws from the process-wide generator, which both solves reseed and share:
     // the draws interleave, so only convergence is the same as alone.
     runPair({"SOLVER 0\nITER_R_TYPE 1\n", false, 24},
-            {"SOLVER 2\nITER_R_TYPE 1\nSTABL_L 3\n", true, 20}, false);
+            {"SOLVER 2\nITER_R_TYPE 1\nSTABL_L 3\n", true, 20}, Match::converged);
 }
 
 } // namespace
