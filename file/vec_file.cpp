@@ -2,6 +2,8 @@
 // a vector, and writing a vector as an array file.
 #include "file/file.h"
 
+#include <sys/stat.h>
+
 #include "common/own.h"
 #include "file/line_scan.h"
 #include "file/mmio.h"
@@ -23,9 +25,11 @@ struct VecLayout {
     long expected;   // number of data lines
 };
 
-// Reads the data lines into vec. Null after the error lines.
-ComLinVec* readValues(KwilHandle* handle, FILE* f, const char* fileName, VecOwner& vec,
-                      const VecLayout& lay)
+// Reads the data lines into vec. 1, or 0 after the error lines. With store false nothing is
+// stored (vec gives only the shape), for a file too short to hold the lines it declares: the
+// checks and the messages are the same, and the end is "Too few data" at the latest.
+int readValues(KwilHandle* handle, FILE* f, const char* fileName, ComLinVec* vec,
+               const VecLayout& lay, bool store)
 {
     const bool fastOk = kwil::lineScanFastOk();
     char line[1024];
@@ -34,45 +38,44 @@ ComLinVec* readValues(KwilHandle* handle, FILE* f, const char* fileName, VecOwne
     double v[2];
     for (; getLine(f, line, sizeof line) != 0; ++k) {
         if (k >= lay.expected) {
-            return fail(comErrNull(handle, "Too much data in vec file read file='%s'", fileName));
+            return comErr(handle, "Too much data in vec file read file='%s'", fileName);
         }
         if (lay.pattern) {
             if (!kwil::scanLine(line, 2, ij, 0, v, fastOk)) {
-                return fail(dataFormatErr(handle, "pattern", place, fileName, line));
+                dataFormatErr(handle, "pattern", place, fileName, line);
+                return 0;
             }
             const int i = ij[0], j = ij[1];
             if (j == 1) {
                 // Row i is entry i-1; a row below 1 is refused without forming i-1.
-                if (!comLinVecParamCheckDispShift(handle, vec.get(), i > 0 ? i - 1 : -1, i,
+                if (!comLinVecParamCheckDispShift(handle, vec, i > 0 ? i - 1 : -1, i,
                                                   "vec file read file")) {
-                    return fail(comErrNull(
-                        handle, "Invalid pattern data in vec file read file='%s'", fileName));
+                    return comErr(handle, "Invalid pattern data in vec file read file='%s'",
+                                  fileName);
                 }
-                vec->realData[i - 1] = 1.0;
+                if (store) vec->realData[i - 1] = 1.0;
             } else if (j > lay.cols) {
-                return fail(comErrNull(handle, "Too large col %d in vec file read file='%s'", j,
-                                       fileName));
+                return comErr(handle, "Too large col %d in vec file read file='%s'", j, fileName);
             }
         } else if (k < lay.rows) {
-            if (lay.dataType == LIN_COMP) {
-                if (!kwil::scanLine(line, 0, ij, 2, v, fastOk)) {
-                    return fail(dataFormatErr(handle, "comp", place, fileName, line));
-                }
+            const bool comp = lay.dataType == LIN_COMP;
+            if (!kwil::scanLine(line, 0, ij, comp ? 2 : 1, v, fastOk)) {
+                dataFormatErr(handle, comp ? "comp" : "real", place, fileName, line);
+                return 0;
+            }
+            if (store && comp) {
                 vec->compData[2 * k] = v[0];
                 vec->compData[2 * k + 1] = v[1];
-            } else {
-                if (!kwil::scanLine(line, 0, ij, 1, v, fastOk)) {
-                    return fail(dataFormatErr(handle, "real", place, fileName, line));
-                }
+            } else if (store) {
                 vec->realData[k] = v[0];
             }
         }
         // Lines of further array columns are counted and not parsed.
     }
     if (k != lay.expected) {
-        return fail(comErrNull(handle, "Too few data in vec file read file='%s'", fileName));
+        return comErr(handle, "Too few data in vec file read file='%s'", fileName);
     }
-    return vec.release();
+    return 1;
 }
 
 }  // namespace
@@ -131,12 +134,24 @@ ComLinVec* comFileVecRead(KwilHandle* handle, const char* fileName)
                                fileName, text.get()));
     }
 
+    // Every data line holds a non-blank byte: a regular file with fewer bytes left than lines
+    // declared cannot be read successfully, so its values are checked without making (and
+    // zeroing) a vector of the declared size.
+    struct stat st;
+    const long here = ftell(f);
+    if (fstat(fileno(f), &st) == 0 && S_ISREG(st.st_mode) && here >= 0 &&
+        lay.expected > static_cast<long>(st.st_size) - here) {
+        ComLinVec shape{lay.rows, lay.dataType, nullptr, nullptr};
+        readValues(handle, f, fileName, &shape, lay, false);
+        return nullptr;
+    }
     VecOwner vec(handle, comLinVecCreateInit(handle, lay.dataType, lay.rows, ComComplex{0.0, 0.0}));
     if (!vec) {
         return fail(
             comErrNull(handle, "Vector data create error in vec file read file='%s'", fileName));
     }
-    return readValues(handle, f, fileName, vec, lay);
+    if (!readValues(handle, f, fileName, vec.get(), lay, true)) return nullptr;
+    return vec.release();
 }
 
 int comFileVecWrite(KwilHandle* handle, const ComLinVec* vec, const char* fileName)

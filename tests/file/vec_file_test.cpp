@@ -200,3 +200,21 @@ TEST_F(VecFile, WriterOutputIsExact)
     EXPECT_EQ(cap.err(), "KWILERR: Open error in vec file read, write='" + dir.path("x/y.mtx") + "'\n");
     comLinVecDelete(h, v);
 }
+
+TEST_F(VecFile, ShortFilesDeclaringHugeVectorsAllocateNothing)
+{
+    // The declared lines cannot fit in what is left of the file: the same checks and
+    // messages, without a vector of the declared size.
+    const long allocs = comTestAllocCount();
+    expectFail(arrayReal + "2000000000 1\n1\n2\n", "KWILERR: Too few data in vec file read file='%s'\n");
+    expectFail(arrayComp + "2000000000 1\n1 2\nx\n",
+               "KWILERR: Invalid comp data format in vec file read file='%s'\n"
+               "KWILERR: Invalid data='x'\n");
+    expectFail(crdPattern + "2000000000 1 2000000000\n1999999999 1\n0 1\n",
+               "KWILERR: Invalid pos 0 in vec file read file\n"
+               "KWILERR: Invalid pattern data in vec file read file='%s'\n");
+    expectFail(crdPattern + "2000000000 2 2000000000\n1 3\n",
+               "KWILWRN: Col 2 != 1 (use 1st only) in vec file read file='%s'\n"
+               "KWILERR: Too large col 3 in vec file read file='%s'\n");
+    EXPECT_EQ(comTestAllocCount(), allocs);
+}
