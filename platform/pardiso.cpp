@@ -55,6 +55,9 @@ struct PardisoState {
     int* wi;        // solve workspace, n ints, made at the first solve
     double* w;      // solve workspace, 5n (real) or 10n (complex) doubles
     long keptBytes; // bytes of this record and the index copies
+    // Size of the symbolic object in UMFPACK units, from the analysis: the numeric phase does
+    // not report it.
+    double symbolicUnits;
 };
 
 enum PardisoErr {
@@ -207,7 +210,7 @@ int analyse(void** pt, int complex, int n, const double* a, const int* ia, const
         return kNoMemory;
     *raw =
         PardisoState{kMagic,  complex, n, static_cast<int>(nnz), nullptr, nullptr, nullptr, nullptr,
-                     nullptr, nullptr, 0};
+                     nullptr, nullptr, 0, 0.0};
     kwil::ComOwn<PardisoState, freeOwned> s(nullptr, raw);
     s->ap = kwil::comAllocN<int>(nullptr, n + 1L);
     if (s->ap == nullptr)
@@ -234,6 +237,7 @@ int analyse(void** pt, int complex, int n, const double* a, const int* ia, const
         return mapStatus(status);
 
     const double unit = info[UMFPACK_SIZE_OF_UNIT];
+    s->symbolicUnits = info[UMFPACK_SYMBOLIC_SIZE];
     const double symbolicBytes = info[UMFPACK_SYMBOLIC_SIZE] * unit;
     // The peak estimate covers the symbolic object, which [15] already counts.
     const double numericBytes =
@@ -266,8 +270,7 @@ int factorise(PardisoState& s, const double* a, int* iparm, int msglvl)
         return mapStatus(status);
     }
     const double unit = info[UMFPACK_SIZE_OF_UNIT];
-    iparm[16] =
-        toKb((info[UMFPACK_PEAK_MEMORY] - info[UMFPACK_SYMBOLIC_SIZE]) * unit + workBytes(s));
+    iparm[16] = toKb((info[UMFPACK_PEAK_MEMORY] - s.symbolicUnits) * unit + workBytes(s));
     iparm[17] = clipInt(info[UMFPACK_LNZ] + info[UMFPACK_UNZ] - s.n);
     iparm[18] = clipInt(info[UMFPACK_FLOPS] / 1e6);
     iparm[13] = 0;
