@@ -386,3 +386,35 @@ TEST(Ilu0, MatchesTheReferenceOnRealMatrices)
         GTEST_SKIP() << "no matrix read from " << dir;
     EXPECT_GT(tried, 10);
 }
+
+TEST(IluAlloc, Ilu0TracesTheEliminationBeforeTheFactorsAreCreated)
+{
+    // The factors are created after the elimination and its count line; every other
+    // allocation comes before the first line.
+    TestHandle th;
+    th.intOpt[OPT_TRACE] = 1;
+    th.intOpt[OPT_ILU_TRACE] = 4;
+    Mat a = tridiagonal(6, false);
+    const std::vector<std::string> full = {"KWILTRC: ILU 0 accel 1.0000e+00",
+                                           "KWILTRC: ILU 0 row 0", "KWILTRC: ILU 0 row 4",
+                                           "KWILTRC: ILU 0 L 5 U 5 All 16"};
+    Factors f = factorise(ILU0, th.get(), *a);
+    ASSERT_EQ(f.ok, 1);
+    ASSERT_EQ(f.out, full);
+    int matrixFailures = 0;
+    for (long k = 1; k < 40; ++k) {
+        comTestFailAlloc(k);
+        Factors g = factorise(ILU0, th.get(), *a);
+        comTestFailAlloc(0);
+        if (g.ok == 1)
+            break;
+        ASSERT_FALSE(g.err.empty());
+        if (g.err.back() == "KWILERR: Alloc error in ILU 0 solver") {
+            EXPECT_TRUE(g.out.empty()) << k;
+        } else if (g.err.back() == "KWILERR: Alloc matrix error in ILU 0 solver") {
+            EXPECT_EQ(g.out, full) << k;
+            ++matrixFailures;
+        }
+    }
+    EXPECT_GE(matrixFailures, 2);
+}
