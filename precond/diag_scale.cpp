@@ -33,8 +33,10 @@ int comToolSetDiagScale(KwilHandle* handle, const ComLinMat* a, ComLinMat** as, 
         for (int p = row[i] - 1; p < row[i + 1] - 1; ++p) {
             if (col[p] != i + 1)
                 continue;
-            if (av[p] <= DBL_MIN)
-                break;
+            if (av[p] <= DBL_MIN) {
+                comWarn(handle, "Too small diag in diag scale begin");
+                return 0;
+            }
             sr[i * step] = 1.0 / std::sqrt(av[p]);
             if (comp)
                 sr[i * step + 1] = 0.0;

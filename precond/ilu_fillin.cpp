@@ -37,26 +37,13 @@ template <class S> class RowStore {
     }
     RowStore(const RowStore&) = delete;
     RowStore& operator=(const RowStore&) = delete;
+    // Takes the first chunk, large enough for every entry of A; false after an error line.
+    bool open() { return grow(0); }
     // Room for m contiguous entries at *col and *val; false after an error line.
     bool take(long m, int** col, S** val)
     {
-        if (used_ + m > cap_) {
-            if (count_ == maxChunks)
-                return false;
-            const long cap = std::max(m, next_);
-            int* c = comAllocN<int>(handle_, cap);
-            S* v = c != nullptr ? comAllocN<S>(handle_, cap) : nullptr;
-            if (v == nullptr) {
-                comFree(handle_, c);
-                return false;
-            }
-            cols_[count_] = c;
-            vals_[count_] = v;
-            ++count_;
-            cap_ = cap;
-            used_ = 0;
-            next_ = total_ + cap;
-        }
+        if (used_ + m > cap_ && !grow(m))
+            return false;
         *col = cols_[count_ - 1] + used_;
         *val = vals_[count_ - 1] + used_;
         used_ += m;
@@ -65,6 +52,27 @@ template <class S> class RowStore {
     }
 
   private:
+    // A new chunk for at least m entries.
+    bool grow(long m)
+    {
+        if (count_ == maxChunks)
+            return false;
+        const long cap = std::max(m, next_);
+        int* c = comAllocN<int>(handle_, cap);
+        S* v = c != nullptr ? comAllocN<S>(handle_, cap) : nullptr;
+        if (v == nullptr) {
+            comFree(handle_, c);
+            return false;
+        }
+        cols_[count_] = c;
+        vals_[count_] = v;
+        ++count_;
+        cap_ = cap;
+        used_ = 0;
+        next_ = total_ + cap;
+        return true;
+    }
+
     static constexpr int maxChunks = 48;
     KwilHandle* handle_;
     int* cols_[maxChunks] = {};
@@ -130,7 +138,10 @@ template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatO
     ComBuf<int> rowLen(handle, n);            // finished row i: entry count
     ComBuf<int> rowDiag(handle, n);           // finished row i: offset of the diagonal
     RowStore<S> store(handle, a.dataNum + n + 16L);
-    if (!w || !present || !heap || !lower || !upper || !rowCol || !rowVal || !rowLen || !rowDiag) {
+    // Everything that A's own entries need is taken before the first trace line; later
+    // allocations are made for fill-in only.
+    if (!w || !present || !heap || !lower || !upper || !rowCol || !rowVal || !rowLen || !rowDiag ||
+        !store.open()) {
         return comErr(handle, allocError);
     }
 

@@ -4,6 +4,9 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
+#include <cstdlib>
+#include <dirent.h>
+#include <random>
 
 #include "ilu_test_util.h"
 #include "sweep_lines.h"
@@ -41,6 +44,20 @@ void exactPair(const ComLinMat& a, std::vector<Cplx>& x, std::vector<Cplx>& b)
         for (int j = 0; j < n; ++j)
             b[i] += d[static_cast<size_t>(i) * n + j] * x[j];
     }
+}
+
+// Both factorisations must agree in result, factors (bits), output and error lines.
+void expectSameAsReference(KwilHandle* h, const ComLinMat& a, const std::string& what)
+{
+    Factors fast = factorise(ILU0, h, a);
+    Factors ref = factorise(refILU0, h, a);
+    ASSERT_EQ(fast.ok, ref.ok) << what;
+    EXPECT_EQ(fast.out, ref.out) << what;
+    EXPECT_EQ(fast.err, ref.err) << what;
+    if (fast.ok == 0 || ref.ok == 0)
+        return;
+    EXPECT_TRUE(sameBits(*fast.l, *ref.l)) << what << ": L differs";
+    EXPECT_TRUE(sameBits(*fast.u, *ref.u)) << what << ": U differs";
 }
 
 } // namespace
@@ -303,4 +320,101 @@ TEST(IluAlloc, EveryFailureOfIlu0AndTheSolveReleasesEverything)
         sweepWithLines([&] { return comToolILUSolv(th.get(), a.get(), r.get(), z.get()) == 1; },
                        solvLines);
     }
+}
+
+TEST(Ilu0, MatchesTheReferenceOnRandomMatrices)
+{
+    TestHandle th;
+    th.intOpt[OPT_TRACE] = 1;
+    std::mt19937 gen(4711);
+    for (int round = 0; round < 150; ++round) {
+        const bool complex = round % 3 == 2;
+        const int n = 1 + static_cast<int>(gen() % 80);
+        const double density = 0.01 + (gen() % 100) / 300.0;
+        const double dominance = (gen() % 4) * 0.3;
+        Mat a = randomCsr(static_cast<unsigned>(gen()), n, density, dominance, complex);
+        // Integer values make entries cancel to exact zeros, and zero pivots.
+        if (round % 4 == 0) {
+            double* v = complex ? a->compData : a->realData;
+            for (long p = 0; p < (complex ? 2L : 1L) * a->dataNum; ++p)
+                v[p] = std::round(v[p] * 2.0);
+        }
+        th.dblOpt[OPT_ILU_ACCEL] = round % 5 == 0 ? 1.1 : 1.0;
+        th.dblOpt[OPT_ILU_REV_DIAGZERO_VAL] = round % 7 == 0 ? 0.5 : 1e-12;
+        th.intOpt[OPT_ILU_TRACE] = static_cast<int>(gen() % 12);
+        expectSameAsReference(th.get(), *a, "round " + std::to_string(round));
+    }
+    Mat c = convDiff2d(15, 40.0);
+    expectSameAsReference(th.get(), *c, "convection-diffusion");
+    Mat cc = toComplex(*c);
+    expectSameAsReference(th.get(), *cc, "complex convection-diffusion");
+}
+
+TEST(Ilu0, MatchesTheReferenceOnRealMatrices)
+{
+    const char* dir = std::getenv("KWIL_MATRIX_DIR");
+    if (dir == nullptr || *dir == '\0')
+        GTEST_SKIP() << "KWIL_MATRIX_DIR is not set";
+    TestHandle th;
+    th.intOpt[OPT_TRACE] = 1;
+    int tried = 0;
+    for (const char* sub : {"real", "complex"}) {
+        const std::string folder = std::string(dir) + "/" + sub;
+        DIR* d = opendir(folder.c_str());
+        if (d == nullptr)
+            continue;
+        std::vector<std::string> names;
+        while (dirent* ent = readdir(d)) {
+            const std::string name = ent->d_name;
+            if (name.size() > 4 && name.substr(name.size() - 4) == ".mtx")
+                names.push_back(name);
+        }
+        closedir(d);
+        std::sort(names.begin(), names.end());
+        for (const std::string& name : names) {
+            Mat a = readMatrixMarket(folder + "/" + name, true);
+            if (a == nullptr || a->dataNum > 400000)
+                continue;
+            for (double accel : {1.0, 1.05}) {
+                th.dblOpt[OPT_ILU_ACCEL] = accel;
+                expectSameAsReference(th.get(), *a, name);
+            }
+            ++tried;
+        }
+    }
+    if (tried == 0)
+        GTEST_SKIP() << "no matrix read from " << dir;
+    EXPECT_GT(tried, 10);
+}
+
+TEST(IluAlloc, Ilu0TracesTheEliminationBeforeTheFactorsAreCreated)
+{
+    // The factors are created after the elimination and its count line; every other
+    // allocation comes before the first line.
+    TestHandle th;
+    th.intOpt[OPT_TRACE] = 1;
+    th.intOpt[OPT_ILU_TRACE] = 4;
+    Mat a = tridiagonal(6, false);
+    const std::vector<std::string> full = {"KWILTRC: ILU 0 accel 1.0000e+00",
+                                           "KWILTRC: ILU 0 row 0", "KWILTRC: ILU 0 row 4",
+                                           "KWILTRC: ILU 0 L 5 U 5 All 16"};
+    Factors f = factorise(ILU0, th.get(), *a);
+    ASSERT_EQ(f.ok, 1);
+    ASSERT_EQ(f.out, full);
+    int matrixFailures = 0;
+    for (long k = 1; k < 40; ++k) {
+        comTestFailAlloc(k);
+        Factors g = factorise(ILU0, th.get(), *a);
+        comTestFailAlloc(0);
+        if (g.ok == 1)
+            break;
+        ASSERT_FALSE(g.err.empty());
+        if (g.err.back() == "KWILERR: Alloc error in ILU 0 solver") {
+            EXPECT_TRUE(g.out.empty()) << k;
+        } else if (g.err.back() == "KWILERR: Alloc matrix error in ILU 0 solver") {
+            EXPECT_EQ(g.out, full) << k;
+            ++matrixFailures;
+        }
+    }
+    EXPECT_GE(matrixFailures, 2);
 }

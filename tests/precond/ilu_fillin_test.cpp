@@ -360,3 +360,37 @@ TEST(IluFillInAlloc, EveryFailureReleasesEverything)
             lines);
     }
 }
+
+TEST(IluFillInAlloc, OnlyFillInAllocatesAfterTheFirstTraceLine)
+{
+    // Without fill-in, everything the factorisation needs before the factors themselves is
+    // allocated before the threshold line; the factors come after the count line.
+    TestHandle th;
+    th.intOpt[OPT_TRACE] = 1;
+    th.intOpt[OPT_ILU_TRACE] = 5;
+    th.dblOpt[OPT_ILU_FILLINMIN] = 1e300;
+    for (bool complex : {false, true}) {
+        Mat a = randomCsr(9, 12, 0.3, 1.0, complex);
+        Factors f = factorise(ILUFillIn, th.get(), *a);
+        ASSERT_EQ(f.ok, 1);
+        ASSERT_EQ(f.out.size(), 5u);
+        int workFailures = 0, matrixFailures = 0;
+        for (long k = 1; k < 60; ++k) {
+            comTestFailAlloc(k);
+            Factors g = factorise(ILUFillIn, th.get(), *a);
+            comTestFailAlloc(0);
+            if (g.ok == 1)
+                break;
+            ASSERT_FALSE(g.err.empty());
+            if (g.err.back() == "KWILERR: Alloc error in ILU fill-in solver") {
+                EXPECT_TRUE(g.out.empty()) << k;
+                ++workFailures;
+            } else if (g.err.back() == "KWILERR: Alloc matrix error in ILU fill-in solver") {
+                EXPECT_EQ(g.out, f.out) << k;
+                ++matrixFailures;
+            }
+        }
+        EXPECT_GE(workFailures, 9);
+        EXPECT_GE(matrixFailures, 2);
+    }
+}

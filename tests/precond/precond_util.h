@@ -72,6 +72,9 @@ Mat convDiff2d(int m, double peclet);
 // Null when the file cannot be read.
 Mat readMatrixMarket(const std::string& path, bool addDiag);
 
+// ILU(0) written out directly: a work copy of A, a column map, pivot arrays and scalar
+// arithmetic spelled out. Same contract as ILU0.
+int refILU0(KwilHandle* handle, const ComLinMat* a, ComLinMat** l, ComLinMat** u);
 // The fill-in factorisation written out directly: sorted linked rows of separately allocated
 // nodes, each insertion point searched from the head of the row. Same contract as ILUFillIn.
 int refILUFillIn(KwilHandle* handle, const ComLinMat* a, ComLinMat** l, ComLinMat** u);

@@ -197,6 +197,8 @@ TEST(DiagScale, RoundTripLeavesAAndBBitForBitAndMapsXBack)
     const auto xv = values(*x);
     for (int i = 0; i < 40; ++i)
         EXPECT_EQ(xv[i], sv[i] * y[i]);
+    EXPECT_TRUE(sameBits(*a, *a0));
+    EXPECT_EQ(values(*b), values(*b0));
 }
 
 TEST(DiagScale, DiagonalMatrixSolvesThroughTheScaledSystem)
@@ -252,6 +254,8 @@ TEST(DiagScale, NonPositiveTinyOrMissingDiagonalIsRefused)
         {{1, 1, 1.0}, {2, 2, DBL_MIN}},
         {{1, 1, 1.0}, {2, 1, 3.0}}, // row 2 stores no diagonal entry
         {{1, 1, 1.0}},              // row 2 stores nothing
+        // Every diagonal entry of a row is checked, not only the first one.
+        {{1, 1, 1.0}, {2, 2, 4.0}, {2, 2, -1.0}},
     };
     for (const auto& e : cases) {
         Mat a = csr(2, e, false);
