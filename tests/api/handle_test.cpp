@@ -88,8 +88,10 @@ TEST(KwilInit, EveryAllocationFailureIsReportedAndLeaksNothing)
         EXPECT_EQ(err[1], second[k - 1]);
         EXPECT_EQ(comTestLiveAllocs(), live);
     }
-    KwilHandle* h = kwilInit(1, p.c_str());  // three allocations suffice
+    const long before = comTestAllocCount();
+    KwilHandle* h = kwilInit(1, p.c_str());
     EXPECT_NE(h, nullptr);
+    EXPECT_EQ(comTestAllocCount() - before, 3);  // the handle and the two option arrays
     kwilTerm(h);
     EXPECT_EQ(comTestLiveAllocs(), live);
 }

@@ -70,12 +70,20 @@ TEST(Time, ClosedGateLeavesTheRecordAndWritesNothing)
     EXPECT_EQ(memcmp(&t, &copy, sizeof t), 0);
 }
 
+TEST(Time, TitleOf63CharactersIsKept)
+{
+    ComTime t;
+    const std::string title(63, 'x');
+    comTimeBegin(nullptr, title.c_str(), &t);
+    EXPECT_EQ(std::string(t.title), title);
+}
+
 TEST(TimeDeathTest, TitleOf64CharactersIsAnInvariantViolation)
 {
     ComTime t;
     const std::string title(64, 'x');
     EXPECT_EXIT(comTimeBegin(nullptr, title.c_str(), &t), testing::ExitedWithCode(255),
-                "KWILASR: Invalid title size in time begin");
+                "^KWILASR: Invalid title size in time begin\n$");
 }
 
 TEST(Threads, BracketSetsAndRestoresTheCount)
