@@ -1,6 +1,7 @@
 // kwil-solve: solves A x = b from Matrix Market files with the kwil library, as a host would.
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <climits>
@@ -12,7 +13,6 @@
 #include <vector>
 
 #include "kwil.h"
-#include "mmio.h"
 
 namespace {
 
@@ -90,7 +90,7 @@ struct Args {
 };
 
 // Exit statuses.
-constexpr int kExitFailure = 1;  // input, solve or result check failed
+constexpr int kExitFailure = 1;  // input, solve, result check or output failed
 constexpr int kExitUsage = 2;    // bad command line
 
 void printHelp()
@@ -109,8 +109,8 @@ void printHelp()
         "  --expand-symmetric   mirrors the stored triangle of a symmetric, hermitian or\n"
         "                       skew-symmetric file (the library reads entries as stored)\n"
         "  --help               this text\n\n"
-        "Exit status: 0 when the solve and the result check succeed, 1 when reading, the\n"
-        "solve or the check fails, 2 for a bad command line.\n\n"
+        "Exit status: 0 when the solve and the result check succeed, 1 when reading the\n"
+        "input, the solve, the check or writing x fails, 2 for a bad command line.\n\n"
         "Options (option file lines 'NAME VALUE', or -s NAME=VALUE):\n");
     for (const OptionInfo& o : kOptions) {
         printf("  %-20s %-6s %-9s %s\n", o.name, o.isInt ? "int" : "double", o.def, o.meaning);
@@ -161,6 +161,8 @@ int parseArgs(int argc, char** argv, Args* args)
 }
 
 // Loads the options: -c, else ./kwil.ini, else the built-in file through a temporary file.
+// *used names the file for the summary; it stays empty when the temporary file could not be
+// made, which is reported here.
 KwilHandle* openHandle(const Args& args, std::string* used)
 {
     if (args.optionFile != nullptr || access("kwil.ini", F_OK) == 0) {
@@ -168,19 +170,23 @@ KwilHandle* openHandle(const Args& args, std::string* used)
         return kwilInit(KWIL_VERSION, used->c_str());
     }
     const char* tmp = getenv("TMPDIR");
-    std::string path = std::string(tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp") +
-                       "/kwil-solve.XXXXXX";
+    const std::string dir = tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp";
+    std::string path = dir + "/kwil-solve.XXXXXX";
     const int fd = mkstemp(&path[0]);
-    if (fd < 0) {
-        fprintf(stderr, "kwil-solve: cannot create a temporary option file: %s\n",
-                strerror(errno));
-        return nullptr;
-    }
     const size_t len = strlen(kBuiltinOptions);
-    const bool written = write(fd, kBuiltinOptions, len) == static_cast<ssize_t>(len);
-    close(fd);
-    KwilHandle* h = written ? kwilInit(KWIL_VERSION, path.c_str()) : nullptr;
-    if (!written) fprintf(stderr, "kwil-solve: cannot write the temporary option file\n");
+    const bool written = fd >= 0 && write(fd, kBuiltinOptions, len) == static_cast<ssize_t>(len);
+    if (!written) {
+        fprintf(stderr,
+                "kwil-solve: error: cannot write the built-in option file to a temporary file "
+                "in '%s': %s\n",
+                dir.c_str(), strerror(errno));
+    }
+    if (fd >= 0) {
+        close(fd);
+        if (!written) unlink(path.c_str());
+    }
+    if (!written) return nullptr;
+    KwilHandle* h = kwilInit(KWIL_VERSION, path.c_str());
     unlink(path.c_str());
     *used = "(built-in defaults)";
     return h;
@@ -253,6 +259,23 @@ bool readEntries(KwilHandle* h, std::vector<Entry>* entries)
     }
 }
 
+// The symmetry word of a Matrix Market banner, "%%MatrixMarket matrix FORMAT FIELD SYMMETRY",
+// in lower case; the words are case-insensitive. Empty when the first line is no such banner.
+std::string bannerSymmetry(FILE* fp)
+{
+    char line[1025];
+    if (fgets(line, sizeof line, fp) == nullptr) return "";
+    for (char* c = line; *c != '\0'; ++c) {
+        *c = static_cast<char>(tolower(static_cast<unsigned char>(*c)));
+    }
+    char head[64], object[64], format[64], field[64], symmetry[64];
+    if (sscanf(line, "%63s %63s %63s %63s %63s", head, object, format, field, symmetry) != 5 ||
+        strcmp(head, "%%matrixmarket") != 0) {
+        return "";
+    }
+    return symmetry;
+}
+
 // Adds the mirror image of every off-diagonal entry of a symmetric (a_ji = a_ij), hermitian
 // (a_ji = conj a_ij) or skew-symmetric (a_ji = -a_ij) file. Returns 1, or 0 after the lines.
 int expandSymmetric(KwilHandle* h, const char* path, bool* expanded)
@@ -263,16 +286,20 @@ int expandSymmetric(KwilHandle* h, const char* path, bool* expanded)
         fprintf(stderr, "kwil-solve: error: cannot open '%s': %s\n", path, strerror(errno));
         return 0;
     }
-    MM_typecode code;
-    const int rc = mm_read_banner(fp, &code);
+    const std::string word = bannerSymmetry(fp);
     fclose(fp);
-    if (rc != 0) {
-        fprintf(stderr, "kwil-solve: error: cannot read the banner of '%s' (code %d)\n", path,
-                rc);
+    char sym = 0;
+    if (word == "symmetric") {
+        sym = 'S';
+    } else if (word == "hermitian") {
+        sym = 'H';
+    } else if (word == "skew-symmetric") {
+        sym = 'K';
+    } else if (word != "general") {
+        fprintf(stderr, "kwil-solve: error: cannot read the banner of '%s'\n", path);
         return 0;
     }
-    const char sym = code[3];
-    if (sym != 'S' && sym != 'H' && sym != 'K') return 1;  // general: nothing to mirror
+    if (sym == 0) return 1;  // general: nothing to mirror
 
     int comp = 0, n = 0, num = 0;
     std::vector<Entry> entries;
@@ -374,8 +401,10 @@ int run(const Args& args)
     std::string optionFile;
     KwilHandle* h = openHandle(args, &optionFile);
     if (h == nullptr) {
-        fprintf(stderr, "kwil-solve: error: cannot load the option file %s\n",
-                optionFile.empty() ? "" : optionFile.c_str());
+        if (!optionFile.empty()) {
+            fprintf(stderr, "kwil-solve: error: cannot load the option file %s\n",
+                    optionFile.c_str());
+        }
         return kExitFailure;
     }
     struct Closer {

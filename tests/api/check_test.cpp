@@ -129,6 +129,23 @@ TEST_F(CheckResult, AnUnsetSlotIsReportedInCoordinateForm)
     EXPECT_EQ(rel, 0.0);
 }
 
+TEST_F(CheckResult, DuplicateEntriesFailTheConversionAfterTheCleanUp)
+{
+    ASSERT_EQ(kwilMatCoefCreate(h, 0, 2, 4), 1);
+    ASSERT_EQ(kwilMatCoefSet(h, 0, 0, 0, 1.0, 0.0, 0), 1);
+    ASSERT_EQ(kwilMatCoefSet(h, 1, 0, 1, 0.0, 0.0, 0), 1);  // vanishing: removed
+    ASSERT_EQ(kwilMatCoefSet(h, 1, 1, 2, 1.0, 0.0, 0), 1);
+    ASSERT_EQ(kwilMatCoefSet(h, 0, 0, 3, 2.0, 0.0, 0), 1);  // (0, 0) a second time
+    ASSERT_EQ(kwilVecFixCreate(h, 0, 2, 1.0, 0.0), 1);
+    ASSERT_EQ(kwilVecVarCreate(h, 0, 2, 1.0, 0.0), 1);
+    EXPECT_EQ(check(), 0);
+    EXPECT_EQ(err,
+              "KWILERR: Dupulicate data error in matrix sort\n"
+              "KWILERR: Change mat type error in check result\n");
+    EXPECT_EQ(rel, -1.0);  // no norms without a residual
+    EXPECT_EQ(apitest::dataNum(h), 3);
+}
+
 TEST_F(CheckResult, RealVectorsArePromotedForAComplexMatrix)
 {
     ASSERT_EQ(kwilMatCoefCreate(h, 1, 2, 2), 1);

@@ -5,9 +5,11 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "api/kwil.h"
 #include "api_util.h"
 #include "support/support.h"
 
@@ -26,11 +28,11 @@ struct Result {
     std::vector<std::string> outLines;
 };
 
-// Runs kwil-solve with args in the directory cwd.
-Result runTool(const TempDir& cwd, const std::string& args)
+// Runs kwil-solve with args in the directory cwd; env is put before the command (NAME=VALUE).
+Result runTool(const TempDir& cwd, const std::string& args, const std::string& env = "")
 {
-    const std::string cmd = "cd '" + cwd.dir() + "' && '" + kExe + "' " + args + " >'" +
-                            cwd.path("stdout") + "' 2>'" + cwd.path("stderr") + "'";
+    const std::string cmd = "cd '" + cwd.dir() + "' && " + env + " '" + kExe + "' " + args +
+                            " >'" + cwd.path("stdout") + "' 2>'" + cwd.path("stderr") + "'";
     const int rc = std::system(cmd.c_str());
     Result r;
     r.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
@@ -195,6 +197,18 @@ TEST(KwilSolve, AFailedSolveOrCheckExitsNonZero)
     EXPECT_TRUE(contains(r.outLines, "  result    solved, check FAILED"));
 }
 
+TEST(KwilSolve, ASolutionThatCannotBeWrittenExitsNonZero)
+{
+    TempDir cwd;
+    const Result r = runTool(cwd, "-q -s SOLVER=10 -x nodir/x.mtx " + kExamples + "/convdiff.mtx");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err,
+              "KWILERR: Open error in vec file read, write='nodir/x.mtx'\n"
+              "kwil-solve: error: cannot write the solution to 'nodir/x.mtx'\n");
+    EXPECT_TRUE(contains(r.outLines, "  result    solved"));
+    EXPECT_EQ(r.out.find("  solution"), std::string::npos);
+}
+
 TEST(KwilSolve, OptionFileDiscovery)
 {
     TempDir cwd;
@@ -209,6 +223,37 @@ TEST(KwilSolve, OptionFileDiscovery)
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(contains(r.outLines, "  options   kwil.ini"));
     EXPECT_TRUE(contains(r.outLines, "  solver    direct (sparse LU) (SOLVER 10)"));
+}
+
+TEST(KwilSolve, WithoutATemporaryDirectoryTheBuiltInOptionsFailWithOneLine)
+{
+    TempDir cwd;
+    const std::string none = cwd.path("none");
+    const Result r = runTool(cwd, kExamples + "/convdiff.mtx", "TMPDIR='" + none + "'");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, "kwil-solve: error: cannot write the built-in option file to a temporary "
+                     "file in '" + none + "': No such file or directory\n");
+    EXPECT_EQ(r.out, "");
+}
+
+TEST(KwilSolve, ExpandSymmetricReadsTheBannerWordsInAnyCase)
+{
+    TempDir cwd;
+    // A = [2, -1; -1, 2] stored as its lower triangle; b = A (1, 1) = (1, 1).
+    cwd.write("sym.mtx", "%%MatrixMarket MATRIX Coordinate Real SYMMETRIC\n2 2 3\n"
+                         "1 1 2\n2 1 -1\n2 2 2\n");
+    Result r = runTool(cwd, "-q --expand-symmetric -s SOLVER=10 sym.mtx");
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    EXPECT_TRUE(contains(r.outLines,
+                         "  matrix    sym.mtx: real, size 2, entries 4 (symmetric part mirrored)"));
+    EXPECT_LE(summaryValue(r, "  error", "max |x_i - 1| "), 1e-15);
+
+    // A general file is taken as it is.
+    cwd.write("gen.mtx", "%%MatrixMarket matrix coordinate real General\n2 2 2\n"
+                         "1 1 2\n2 2 4\n");
+    r = runTool(cwd, "-q --expand-symmetric -s SOLVER=10 gen.mtx");
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    EXPECT_TRUE(contains(r.outLines, "  matrix    gen.mtx: real, size 2, entries 2"));
 }
 
 TEST(KwilSolve, ExpandSymmetricMirrorsTheStoredTriangle)
@@ -265,6 +310,42 @@ TEST(KwilSolve, HelpListsEveryOptionWithItsDefault)
     }
     EXPECT_NE(r.out.find("  ITER_MAXSTEP         int    5000      "), std::string::npos);
     EXPECT_NE(r.out.find("  ITER_RESOLVE         double 1e-10     "), std::string::npos);
+}
+
+// Every option line of --help against the library: the name, int or double, and the default
+// that a handle loaded from a file holding only FILE_VER 1 reports.
+TEST(KwilSolve, HelpDefaultsAreTheLibrarysDefaults)
+{
+    TempDir cwd;
+    const Result r = runTool(cwd, "--help");
+    ASSERT_EQ(r.status, 0);
+    KwilHandle* h = kwiltest::makeHandle(cwd);
+    ASSERT_NE(h, nullptr);
+    size_t at = 0;
+    while (at < r.outLines.size() && r.outLines[at].rfind("Options (", 0) != 0) ++at;
+    ASSERT_LT(at, r.outLines.size());
+    int ints = 0, doubles = 0;
+    for (++at; at < r.outLines.size(); ++at) {
+        std::istringstream line(r.outLines[at]);
+        std::string name, type, def;
+        ASSERT_TRUE(static_cast<bool>(line >> name >> type >> def)) << r.outLines[at];
+        if (type == "int") {
+            ++ints;
+            int v = 0;
+            ASSERT_EQ(kwilGetOpt(h, name.c_str(), 1, &v, nullptr), 1) << name;
+            // The file sets FILE_VER to 1; the table's default is -1.
+            EXPECT_EQ(name == "FILE_VER" ? -1 : v, std::stoi(def)) << name;
+        } else {
+            ASSERT_EQ(type, "double") << name;
+            ++doubles;
+            double v = 0.0;
+            ASSERT_EQ(kwilGetOpt(h, name.c_str(), 0, nullptr, &v), 1) << name;
+            EXPECT_EQ(v, std::strtod(def.c_str(), nullptr)) << name;
+        }
+    }
+    EXPECT_EQ(ints, 27);
+    EXPECT_EQ(doubles, 13);
+    kwilTerm(h);
 }
 
 TEST(KwilSolve, CommandLineErrorsExitWithTwo)

@@ -166,6 +166,18 @@ TEST_F(Snapshot, TakesTheLowestFreeNumber)
     EXPECT_EQ(saveDirs().size(), 5u);
 }
 
+TEST_F(Snapshot, TheDirectoryIsMadeWithPermissions0755)
+{
+    const mode_t old = umask(0);
+    apitest::load(h, smallSystem());
+    const int result = solve();
+    umask(old);
+    ASSERT_EQ(result, 1);
+    struct stat st;
+    ASSERT_EQ(stat("kwilSave0001", &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0755u);
+}
+
 TEST_F(Snapshot, AFileOfTheSameNameIsSkippedLikeADirectory)
 {
     FILE* f = fopen("kwilSave0001", "w");

@@ -200,13 +200,16 @@ TEST(SolveSolvers, IluSolveIsOneApplicationOnlyOnAGeneralSystem)
 
 TEST(SolveSolvers, UnknownSolverValuesFailButStillReplaceX)
 {
-    for (int solver : {3, 5, 9, 11, 19, 21, -2, 100}) {
-        const SolveRun run = solveWith(apitest::convDiff(3, true), "SOLVER " + std::to_string(solver));
-        EXPECT_EQ(run.result, 0);
-        EXPECT_EQ(run.err, "KWILERR: Unknown solver type " + std::to_string(solver) +
-                               " in solver\n");
-        ASSERT_EQ(run.x.size(), 9u);
-        EXPECT_TRUE(allZero(run.x));
+    for (bool comp : {false, true}) {
+        for (int solver : {3, 5, 9, 11, 19, 21, -2, 100}) {
+            const SolveRun run =
+                solveWith(apitest::convDiff(3, comp), "SOLVER " + std::to_string(solver));
+            EXPECT_EQ(run.result, 0);
+            EXPECT_EQ(run.err, "KWILERR: Unknown solver type " + std::to_string(solver) +
+                                   " in solver\n");
+            ASSERT_EQ(run.x.size(), 9u);
+            EXPECT_TRUE(allZero(run.x));
+        }
     }
 }
 
