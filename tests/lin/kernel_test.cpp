@@ -302,12 +302,33 @@ TEST_P(Kernels, SolveReadsOnlyTheSelectedTriangle)
         }
         MatPtr tri(lintest::makeCoo(c.dataType, n, e));
         ASSERT_EQ(comLinMatChangeType(nullptr, tri.get(), MAT_CSR), 1);
+        // And the full matrix with NaN in every value of the other triangle: a value read from
+        // there would spread into the solution.
+        MatPtr poisoned(comLinMatCreate(nullptr, MAT_CSR, c.dataType, n, full->dataNum));
+        comLinMatCopy(nullptr, full.get(), poisoned.get());
+        double* data = c.dataType == LIN_REAL ? poisoned->realData : poisoned->compData;
+        const int width = c.dataType == LIN_REAL ? 1 : 2;
+        int poisonedNum = 0;
+        for (int i = 1; i <= n; ++i) {
+            for (int p = poisoned->row[i - 1] - 1; p < poisoned->row[i] - 1; ++p) {
+                if (upper ? poisoned->col[p] < i : poisoned->col[p] > i) {
+                    std::fill(data + width * p, data + width * (p + 1), std::nan(""));
+                    ++poisonedNum;
+                }
+            }
+        }
+        ASSERT_GT(poisonedNum, n / 2);
         for (int trans : {0, 1}) {
             VecPtr y1(comLinVecCreate(nullptr, c.dataType, n));
             VecPtr y2(comLinVecCreate(nullptr, c.dataType, n));
+            VecPtr y3(comLinVecCreate(nullptr, c.dataType, n));
+            comLinMatTriSolv(nullptr, upper, poisoned.get(), trans, x.get(), y3.get());
+            EXPECT_EQ(comLinVecIsNan(nullptr, y3.get()), 0);
             comLinMatTriSolv(nullptr, upper, full.get(), trans, x.get(), y1.get());
             comLinMatTriSolv(nullptr, upper, tri.get(), trans, x.get(), y2.get());
             EXPECT_EQ(lintest::values(y1.get()), lintest::values(y2.get()))
+                << "upper " << upper << " trans " << trans;
+            EXPECT_EQ(lintest::values(y3.get()), lintest::values(y2.get()))
                 << "upper " << upper << " trans " << trans;
             // And T y reproduces x.
             VecPtr r(comLinVecCreate(nullptr, c.dataType, n));

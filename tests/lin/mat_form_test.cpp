@@ -184,6 +184,42 @@ TEST_P(Forms, DuplicateEntriesFailAndLeaveBothInSortedForm)
     }
 }
 
+TEST_P(Forms, DuplicatesEndInTheOrderTheCombSortLeavesThem)
+{
+    // The comb sort is not stable, and after a duplicate failure the order of the two equal
+    // entries shows which exchanges it made. Values are the initial positions.
+    const int dt = GetParam();
+    struct Case {
+        std::vector<int> cols; // of row 1, in position order
+        int col;               // the duplicated column
+        std::vector<double> order;
+    };
+    const Case cases[] = {
+        // Length 3: the gap 2 moves position 0 behind position 1; the gap 1 leaves equals alone.
+        {{2, 2, 1}, 2, {1, 0}},
+        // Length 12: the shrunk gap 9 becomes 11, which carries position 0 to the end; the
+        // gap 8 then puts position 2 just before it. A gap of 9 would keep positions 0, 2.
+        {{12, 11, 12, 9, 8, 7, 6, 5, 4, 3, 2, 1}, 12, {2, 0}},
+    };
+    for (const Case& c : cases) {
+        std::vector<Entry> e;
+        for (size_t p = 0; p < c.cols.size(); ++p)
+            e.push_back({1, c.cols[p], {double(p), 0}});
+        MatPtr m(makeCoo(dt, 12, e));
+        Capture cap;
+        const int r = comLinMatChangeType(nullptr, m.get(), MAT_SORTED);
+        cap.take();
+        EXPECT_EQ(r, 0);
+        EXPECT_EQ(cap.err(), "KWILERR: Dupulicate data error in matrix sort\n");
+        std::vector<double> order;
+        for (int p = 0; p < m->dataNum; ++p) {
+            if (m->col[p] == c.col)
+                order.push_back(lintest::valueAt(m.get(), p).real());
+        }
+        EXPECT_EQ(order, c.order) << c.cols.size();
+    }
+}
+
 TEST_P(Forms, RoundTripsReproduceTheArrays)
 {
     const int dt = GetParam();

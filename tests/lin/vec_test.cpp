@@ -85,10 +85,21 @@ TEST(VecCreate, CompFromRealPromotesOrCopies)
     VecPtr c2(comLinVecCreateCompFromReal(nullptr, c.get()));
     EXPECT_NE(c2->compData, c->compData);
     EXPECT_EQ(lintest::values(c2.get()), lintest::values(c.get()));
-    Capture cap;
-    comTestFailAlloc(2);
-    EXPECT_EQ(comLinVecCreateCompFromReal(nullptr, r.get()), nullptr);
-    comTestFailAlloc(0);
+    // A failed creation is reported by the creator alone; the given vector is untouched.
+    const char* const lines[2] = {"Allocation error in matrix create",
+                                  "Comp data allocation error in matrix create"};
+    for (int k = 1; k <= 2; ++k) {
+        const long live = comTestLiveAllocs();
+        Capture cap;
+        comTestFailAlloc(k);
+        EXPECT_EQ(comLinVecCreateCompFromReal(nullptr, r.get()), nullptr);
+        comTestFailAlloc(0);
+        cap.take();
+        EXPECT_EQ(cap.err(),
+                  std::string("KWILERR: Allocation error\nKWILERR: ") + lines[k - 1] + "\n");
+        EXPECT_EQ(comTestLiveAllocs(), live);
+        EXPECT_EQ(lintest::values(r.get()), (std::vector<Cplx>{1.5, -2}));
+    }
 }
 
 TEST(VecDelete, DeletesEveryNonNullArgument)
