@@ -26,8 +26,8 @@
 // factorisation [16], [17] and [18] hold the actual figures and [13] is 0. After the solve [6]
 // holds the refinement steps taken (the largest over the right-hand sides).
 //
-// Error codes: -1 invalid arguments or an inconsistent call, -2 out of memory, -4 a singular
-// matrix, -5 any other failure of UMFPACK.
+// Error codes: -1 invalid arguments or an inconsistent call, -2 out of memory, -3 a failed
+// fill-reducing ordering, -4 a singular matrix, -5 any other failure of UMFPACK.
 #include "platform/pardiso.h"
 
 #include <umfpack.h>
@@ -64,31 +64,10 @@ enum PardisoErr {
     kOk = 0,
     kInconsistent = -1,
     kNoMemory = -2,
+    kReordering = -3,
     kZeroPivot = -4,
     kInternal = -5,
 };
-
-int mapStatus(int status)
-{
-    switch (status) {
-    case UMFPACK_OK:
-        return kOk;
-    case UMFPACK_ERROR_out_of_memory:
-        return kNoMemory;
-    case UMFPACK_WARNING_singular_matrix:
-        return kZeroPivot;
-    case UMFPACK_ERROR_n_nonpositive:
-    case UMFPACK_ERROR_invalid_matrix:
-    case UMFPACK_ERROR_argument_missing:
-    case UMFPACK_ERROR_invalid_system:
-    case UMFPACK_ERROR_invalid_Symbolic_object:
-    case UMFPACK_ERROR_invalid_Numeric_object:
-    case UMFPACK_ERROR_different_pattern:
-        return kInconsistent;
-    default:
-        return kInternal;
-    }
-}
 
 // KB from bytes, rounded up and clipped to the int range.
 int toKb(double bytes)
@@ -234,7 +213,7 @@ int analyse(void** pt, int complex, int n, const double* a, const int* ia, const
             : umfpack_di_symbolic(n, n, s->ap, s->ai, a, &s->symbolic, control, info);
     reportInfo(*s, control, info, msglvl);
     if (status != UMFPACK_OK)
-        return mapStatus(status);
+        return pardisoErrorOfUmfpack(status);
 
     const double unit = info[UMFPACK_SIZE_OF_UNIT];
     s->symbolicUnits = info[UMFPACK_SYMBOLIC_SIZE];
@@ -267,7 +246,7 @@ int factorise(PardisoState& s, const double* a, int* iparm, int msglvl)
     reportInfo(s, control, info, msglvl);
     if (status != UMFPACK_OK) {
         freeNumeric(s); // also the factors of a singular matrix
-        return mapStatus(status);
+        return pardisoErrorOfUmfpack(status);
     }
     const double unit = info[UMFPACK_SIZE_OF_UNIT];
     iparm[16] = toKb((info[UMFPACK_PEAK_MEMORY] - s.symbolicUnits) * unit + workBytes(s));
@@ -307,7 +286,7 @@ int solve(PardisoState& s, const double* a, int nrhs, const double* b, double* x
                                                    control, info, s.wi, s.w);
         reportInfo(s, control, info, msglvl);
         if (status != UMFPACK_OK)
-            return mapStatus(status);
+            return pardisoErrorOfUmfpack(status);
         taken = std::max(taken, clipInt(info[UMFPACK_IR_TAKEN]));
     }
     iparm[6] = taken;
@@ -362,6 +341,30 @@ int runPhase(void** pt, int mtype, int phase, int n, const double* a, const int*
 }
 
 } // namespace
+
+int pardisoErrorOfUmfpack(int status)
+{
+    switch (status) {
+    case UMFPACK_OK:
+        return kOk;
+    case UMFPACK_ERROR_out_of_memory:
+        return kNoMemory;
+    case UMFPACK_ERROR_ordering_failed:
+        return kReordering;
+    case UMFPACK_WARNING_singular_matrix:
+        return kZeroPivot;
+    case UMFPACK_ERROR_n_nonpositive:
+    case UMFPACK_ERROR_invalid_matrix:
+    case UMFPACK_ERROR_argument_missing:
+    case UMFPACK_ERROR_invalid_system:
+    case UMFPACK_ERROR_invalid_Symbolic_object:
+    case UMFPACK_ERROR_invalid_Numeric_object:
+    case UMFPACK_ERROR_different_pattern:
+        return kInconsistent;
+    default:
+        return kInternal;
+    }
+}
 
 extern "C" void pardiso_(void* pt, const int* maxfct, const int* mnum, const int* mtype,
                          const int* phase, const int* n, const void* a, const int* ia,

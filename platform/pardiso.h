@@ -10,3 +10,6 @@ void pardiso_(void* pt, const int* maxfct, const int* mnum, const int* mtype, co
               const int* n, const void* a, const int* ia, const int* ja, int* perm,
               const int* nrhs, int* iparm, const int* msglvl, void* b, void* x, int* error);
 }
+
+// The error code that pardiso_ reports for a UMFPACK status (UMFPACK_OK gives 0).
+int pardisoErrorOfUmfpack(int status);

@@ -5,6 +5,8 @@
 
 #include <cstring>
 
+#include <umfpack.h>
+
 #include "direct/direct_support.h"
 #include "support/support.h"
 
@@ -371,6 +373,32 @@ TYPED_TEST(PardisoLayer, EveryAllocationFailureReturnsNotEnoughMemory)
         EXPECT_EQ(codes[k], -2) << k;
         EXPECT_EQ(stateGone[k], k < 3) << k; // a failed analysis keeps no state
     }
+}
+
+// Each UMFPACK outcome reaches the caller as the code of the same meaning.
+TEST(PardisoLayerSmall, UmfpackStatusesMapToTheDocumentedCodes)
+{
+    const struct {
+        int status;
+        int code;
+    } cases[] = {
+        {UMFPACK_OK, 0},
+        {UMFPACK_ERROR_out_of_memory, -2},
+        {UMFPACK_ERROR_ordering_failed, -3}, // "reordering problem"
+        {UMFPACK_WARNING_singular_matrix, -4},
+        {UMFPACK_ERROR_n_nonpositive, -1},
+        {UMFPACK_ERROR_invalid_matrix, -1},
+        {UMFPACK_ERROR_argument_missing, -1},
+        {UMFPACK_ERROR_invalid_system, -1},
+        {UMFPACK_ERROR_invalid_Symbolic_object, -1},
+        {UMFPACK_ERROR_invalid_Numeric_object, -1},
+        {UMFPACK_ERROR_different_pattern, -1},
+        {UMFPACK_ERROR_internal_error, -5},
+        {UMFPACK_ERROR_file_IO, -5},
+        {UMFPACK_ERROR_invalid_permutation, -5},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(pardisoErrorOfUmfpack(c.status), c.code) << c.status;
 }
 
 } // namespace

@@ -211,18 +211,66 @@ TEST_P(Frame, StepLimitTruncatesTowardZero)
     EXPECT_EQ(p.out[1], startLines(0)[1]);
 }
 
-TEST_P(Frame, NoStepAllocates)
+// Allocations of a solve with step limits 2 and 20: the same count when no step allocates.
+void expectNoStepAllocates(Problem& p, Solver fn)
 {
     long counts[2];
     int i = 0;
     for (int limit : {2, 20}) {
         p.setInt(OPT_ITER_MAXSTEP, limit);
         const long before = comTestAllocCount();
-        EXPECT_EQ(run(), 0);
+        EXPECT_EQ(p.run(fn), 0);
         counts[i++] = comTestAllocCount() - before;
     }
     EXPECT_EQ(counts[0], counts[1]);
     EXPECT_GT(counts[0], 0);
+}
+
+TEST_P(Frame, NoStepAllocates)
+{
+    expectNoStepAllocates(p, GetParam().fn);
+}
+
+TEST_P(Frame, NoStepAllocatesWithThePreconditioner)
+{
+    const bool cplx = GetParam().cplx;
+    Problem q(cplx ? complexConvDiff2d(12) : convDiff2d(12, 30.0), 144, cplx,
+              "ITER_PREILU 1\nITER_RESOLVE 1e-300\n"); // out of reach in 20 steps
+    expectNoStepAllocates(q, GetParam().fn);
+}
+
+// Hands the monitor the norm hookSteps[step] where one is given, the true norm elsewhere.
+std::vector<std::pair<int, double>> hookSteps;
+double normAtSteps(int step, double norm)
+{
+    for (const auto& [s, v] : hookSteps)
+        if (s == step)
+            return v;
+    return norm;
+}
+
+TEST_P(Frame, NormEqualToTheToleranceConverges)
+{
+    // With ITER_RESOLVE 1 the tolerance is ||r0|| = ||b|| itself (x starts at 0).
+    p.setDbl(OPT_ITER_RESOLVE, 1.0);
+    const double tol = comLinVecCalcNorm2(p.handle, p.b);
+    const double above = std::nextafter(tol, HUGE_VAL);
+    hookSteps = {{1, above}, {2, tol}}; // STABL_L 1: a cycle is one step
+    {
+        HookGuard hook(normAtSteps);
+        EXPECT_EQ(run(), 1);
+    }
+    const EndLine e = endLine(p.out, name());
+    EXPECT_EQ(e.result, 1);
+    EXPECT_EQ(e.step, 2);
+    EXPECT_TRUE(p.err.empty());
+    hookSteps = {{1, above}, {2, above}};
+    p.setInt(OPT_ITER_MAXSTEP, 3);
+    {
+        HookGuard hook(normAtSteps);
+        EXPECT_EQ(run(), 0); // just above at every test: the step limit
+    }
+    EXPECT_EQ(endLine(p.out, name()).step, 3);
 }
 
 TEST_P(Frame, ReachingTheLimitFailsEvenWhenTheLastStepWouldConverge)
@@ -464,6 +512,30 @@ TEST(StabL, IgnoresTheCorrectionInterval)
     ASSERT_EQ(p.run(solvIterStabL), 1);
     EXPECT_EQ(p.out, out1);
     EXPECT_EQ(values(p.x), x1);
+}
+
+// The solvers' complex scalars use the plain formulas, without the scaling or the NaN recovery
+// of std::complex: what overflows or underflows in c^2 + d^2 shows it.
+TEST(ComplexScalars, QuotientAndProductArePlain)
+{
+    const ComComplex q = kwil::cdiv(ComComplex{1.0, 1.0}, ComComplex{1e200, 1e200});
+    EXPECT_EQ(q.re, 0.0); // 2e200 / inf; a scaled quotient gives 1e-200
+    EXPECT_EQ(q.im, 0.0);
+    const ComComplex big = kwil::cdiv(ComComplex{1.0, 0.0}, ComComplex{1e-200, 1e-200});
+    EXPECT_EQ(big.re, HUGE_VAL); // 1e-200 / 0
+    EXPECT_EQ(big.im, -HUGE_VAL);
+    const ComComplex z = kwil::cdiv(ComComplex{0.0, 0.0}, ComComplex{0.0, 0.0});
+    EXPECT_TRUE(std::isnan(z.re) && std::isnan(z.im));
+    // ((c a + d b) + i (c b - d a)) / (c^2 + d^2): (3 + 4i) / (1 + 2i) = 2.2 - 0.4i
+    const ComComplex e = kwil::cdiv(ComComplex{3.0, 4.0}, ComComplex{1.0, 2.0});
+    EXPECT_EQ(e.re, 11.0 / 5.0);
+    EXPECT_EQ(e.im, -2.0 / 5.0);
+    // (inf + inf i)(1 + 0i): inf * 0 in both parts; C's recovery would return an infinity.
+    const ComComplex p = kwil::cmul(ComComplex{HUGE_VAL, HUGE_VAL}, ComComplex{1.0, 0.0});
+    EXPECT_TRUE(std::isnan(p.re) && std::isnan(p.im));
+    const ComComplex m = kwil::cmul(ComComplex{1.5, -2.0}, ComComplex{-3.0, 0.5});
+    EXPECT_EQ(m.re, -3.5);
+    EXPECT_EQ(m.im, 6.75);
 }
 
 } // namespace

@@ -497,6 +497,32 @@ TEST(StabLSolver, SigmaBreakdownWithAResidualAtTheToleranceSucceeds)
     }
 }
 
+double nanAtStep1(int step, double norm)
+{
+    return step == 1 ? std::nan("") : norm;
+}
+
+// 2 x = 1 with l = 1: cycle 0 gives alpha = 1/2 and rho0 = [b, b] = 1 and leaves omega at 1
+// (sigma_1 = 0 ends the cycle before the update); beta = 0 (1 / -1) = (-0, 0).
+TEST(StabLSolver, NanStopTracesAlphaBetaOmegaAndRho)
+{
+    Problem p({{0, 0, 2.0}}, 1, true, "ITER_PREILU 0\n");
+    p.setB({1.0});
+    kwil::iterTestSetNormHook(nanAtStep1);
+    EXPECT_EQ(p.run(solvIterStabL), 0);
+    kwil::iterTestSetNormHook(nullptr);
+    const std::vector<std::string> tail = {
+        "KWILTRC: Iter stab-l nan error alpha (5.0000e-01 0.0000e+00)",
+        "KWILTRC:  -  beta (-0.0000e+00 0.0000e+00) omega (1.0000e+00 0.0000e+00)",
+        "KWILTRC:  -  rho (1.0000e+00 0.0000e+00)",
+        "KWILTRC: Iter stab-l end 0 step 1 abs norm nan resolve 1.0000e-10"};
+    ASSERT_EQ(p.out.size(), 3 + tail.size());
+    EXPECT_EQ(std::vector<std::string>(p.out.begin() + 3, p.out.end()), tail);
+    const std::vector<std::string> err = {"KWILWRN: MR sigma j breakdown in iter stab-l step 1",
+                                          "KWILERR: Norm nan error in iter stab-l step 1"};
+    EXPECT_EQ(p.err, err);
+}
+
 // Every allocation of a solve made to fail in turn: result 0, the solver's line last, x as it
 // was, nothing leaked; the count is the solve's whole allocation count.
 void sweep(Solver fn, bool cplx, const std::string& opts, const std::string& name)
