@@ -1,5 +1,6 @@
 // Vector files: array and coordinate pattern files, every message, and the writer's output.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <string>
 
@@ -201,20 +202,46 @@ TEST_F(VecFile, WriterOutputIsExact)
     comLinVecDelete(h, v);
 }
 
-TEST_F(VecFile, ShortFilesDeclaringHugeVectorsAllocateNothing)
+namespace {
+
+long maxRssKb()
+{
+    rusage u{};
+    getrusage(RUSAGE_SELF, &u);
+    return u.ru_maxrss;
+}
+
+}  // namespace
+
+TEST_F(VecFile, ShortFilesDeclaringLargeVectorsDoNotFillThem)
 {
     // The declared lines cannot fit in what is left of the file: the same checks and
-    // messages, without a vector of the declared size.
-    const long allocs = comTestAllocCount();
-    expectFail(arrayReal + "2000000000 1\n1\n2\n", "KWILERR: Too few data in vec file read file='%s'\n");
-    expectFail(arrayComp + "2000000000 1\n1 2\nx\n",
+    // messages, with a vector of the declared size made but never zeroed (400 MB or more
+    // each here; filling them would show in the peak resident size).
+    const long rss = maxRssKb();
+    const long live = comTestLiveAllocs();
+    expectFail(arrayReal + "50000000 1\n1\n2\n", "KWILERR: Too few data in vec file read file='%s'\n");
+    expectFail(arrayComp + "50000000 1\n1 2\nx\n",
                "KWILERR: Invalid comp data format in vec file read file='%s'\n"
                "KWILERR: Invalid data='x'\n");
-    expectFail(crdPattern + "2000000000 1 2000000000\n1999999999 1\n0 1\n",
+    expectFail(crdPattern + "50000000 1 50000000\n49999999 1\n0 1\n",
                "KWILERR: Invalid pos 0 in vec file read file\n"
                "KWILERR: Invalid pattern data in vec file read file='%s'\n");
-    expectFail(crdPattern + "2000000000 2 2000000000\n1 3\n",
+    expectFail(crdPattern + "50000000 2 50000000\n1 3\n",
                "KWILWRN: Col 2 != 1 (use 1st only) in vec file read file='%s'\n"
                "KWILERR: Too large col 3 in vec file read file='%s'\n");
-    EXPECT_EQ(comTestAllocCount(), allocs);
+    EXPECT_LT(maxRssKb() - rss, 100000);
+    EXPECT_EQ(comTestLiveAllocs(), live);
+}
+
+TEST_F(VecFile, ShortFilesStillReportAVectorThatCannotBeMade)
+{
+    // Creation comes before the data lines, whatever the length of the file.
+    for (const std::string& text : {arrayReal + "2 1\n1\n2\n", arrayReal + "2000000000 1\n1\n"}) {
+        comTestFailAlloc(2);  // the values of the vector
+        expectFail(text, "KWILERR: Allocation error\n"
+                         "KWILERR: Real data allocation error in matrix create\n"
+                         "KWILERR: Vector data create error in vec file read file='%s'\n");
+        comTestFailAlloc(0);
+    }
 }
