@@ -100,9 +100,9 @@ ComLinVec* comFileVecRead(KwilHandle* handle, const char* fileName)
                                    fileName, text.get()));
         }
         int entries = 0;
-        // Negative counts cannot describe a vector: the size line is refused.
-        if (!readSize(f, &lay.rows, &lay.cols, &entries) || lay.rows < 0 || lay.cols < 0 ||
-            entries < 0) {
+        // Negative counts scan like any others: a negative size fails the vector's creation, a
+        // negative number of lines the count of the data lines.
+        if (!readSize(f, &lay.rows, &lay.cols, &entries)) {
             return fail(comErrNull(handle, "Size error in vec file read file='%s'", fileName));
         }
         if (lay.cols != 1) {
@@ -120,7 +120,7 @@ ComLinVec* comFileVecRead(KwilHandle* handle, const char* fileName)
                                    "No support data type in vec file read file='%s' type='%s'",
                                    fileName, text.get()));
         }
-        if (!readSize(f, &lay.rows, &lay.cols, nullptr) || lay.rows < 0 || lay.cols < 0) {
+        if (!readSize(f, &lay.rows, &lay.cols, nullptr)) {
             return fail(comErrNull(handle, "Size error in vec file read file='%s'", fileName));
         }
         if (lay.cols != 1) {

@@ -148,9 +148,7 @@ TEST_F(VecFile, SizeAndCountFailures)
 {
     expectFail(arrayReal + "3\n", "KWILERR: Size error in vec file read file='%s'\n");
     expectFail(arrayReal + "3 1 1\n", "KWILERR: Size error in vec file read file='%s'\n");
-    expectFail(arrayReal + "-3 1\n", "KWILERR: Size error in vec file read file='%s'\n");
     expectFail(crdPattern + "3 1\n", "KWILERR: Size error in vec file read file='%s'\n");
-    expectFail(crdPattern + "3 1 -1\n", "KWILERR: Size error in vec file read file='%s'\n");
     expectFail(arrayReal + "2 1\n1\n2\n3\n", "KWILERR: Too much data in vec file read file='%s'\n");
     expectFail(arrayReal + "2 1\n1\n", "KWILERR: Too few data in vec file read file='%s'\n");
     expectFail(crdPattern + "4 1 2\n1 1\n", "KWILERR: Too few data in vec file read file='%s'\n");
@@ -160,6 +158,25 @@ TEST_F(VecFile, SizeAndCountFailures)
     expectFail(arrayComp + "1 1\n1\n",
                "KWILERR: Invalid comp data format in vec file read file='%s'\n"
                "KWILERR: Invalid data='1'\n");
+}
+
+TEST_F(VecFile, NegativeCountsReachCreationAndTheLineCount)
+{
+    // A negative count is read like any other: the vector cannot be made, or no number of
+    // data lines matches.
+    expectFail(arrayReal + "-3 1\n",
+               "KWILERR: Allocation error\n"
+               "KWILERR: Real data allocation error in matrix create\n"
+               "KWILERR: Vector data create error in vec file read file='%s'\n");
+    expectFail(crdPattern + "-3 1 0\n",
+               "KWILERR: Allocation error\n"
+               "KWILERR: Real data allocation error in matrix create\n"
+               "KWILERR: Vector data create error in vec file read file='%s'\n");
+    expectFail(crdPattern + "3 1 -1\n", "KWILERR: Too few data in vec file read file='%s'\n");
+    expectFail(crdPattern + "3 1 -1\n1 1\n", "KWILERR: Too much data in vec file read file='%s'\n");
+    expectFail(arrayComp + "3 -1\n",
+               "KWILWRN: Col -1 != 1 (use 1st only) in vec file read file='%s'\n"
+               "KWILERR: Too few data in vec file read file='%s'\n");
 }
 
 TEST_F(VecFile, TracesOfBothLayouts)
