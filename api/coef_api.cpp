@@ -27,8 +27,8 @@ void dropMatrix(KwilHandle* handle)
 int kwilMatCoefCreate(KwilHandle* handle, int flag, int size, int dataNum)
 {
     dropMatrix(handle);
-    // Negative shapes cannot be made; the same report as any other failed creation.
-    if (size < 0 || dataNum < 0) return comErr(handle, "Create error in create coef mat");
+    // A negative entry count fails the allocation; a negative size is kept as it stands, and
+    // no entry can then be set within it.
     ComLinMat* mat = comLinMatCreate(handle, MAT_COO, getDataType(flag), size, dataNum);
     if (mat == nullptr) return comErr(handle, "Create error in create coef mat");
     for (long p = 0; p < dataNum; ++p) {

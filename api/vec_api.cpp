@@ -30,8 +30,7 @@ void dropVector(KwilHandle* handle, const VecSlot& s)
 int vecCreate(KwilHandle* handle, const VecSlot& s, int flag, int size, double re, double im)
 {
     dropVector(handle, s);
-    // A negative length cannot be made; the same report as any other failed creation.
-    if (size < 0) return comErr(handle, "Create error in create %s vec", s.word);
+    // A negative length fails the allocation of the values, which reports it first.
     ComLinVec* vec = comLinVecCreateInit(handle, getDataType(flag), size, ComComplex{re, im});
     if (vec == nullptr) return comErr(handle, "Create error in create %s vec", s.word);
     handle->*s.field = vec;

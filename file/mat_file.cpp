@@ -98,8 +98,9 @@ ComLinMat* comFileMatRead(KwilHandle* handle, const char* fileName)
     const int dataType = field == 'C' ? LIN_COMP : LIN_REAL;
 
     int rows = 0, cols = 0, entries = 0;
-    // A negative count cannot describe a matrix: it is a size line that cannot be read.
-    if (!readSize(f, &rows, &cols, &entries) || rows < 0 || cols < 0 || entries < 0) {
+    // Negative counts scan like any others; a matrix that cannot be made is reported by its
+    // creation below.
+    if (!readSize(f, &rows, &cols, &entries)) {
         return static_cast<ComLinMat*>(
             comErrNull(handle, "Size read error in mat file read file='%s'", fileName));
     }

@@ -26,7 +26,7 @@ struct VecLayout {
 };
 
 // Reads the data lines into vec. 1, or 0 after the error lines. With store false nothing is
-// stored (vec gives only the shape), for a file too short to hold the lines it declares: the
+// stored, for a file too short to hold the lines it declares (its vector is not zeroed): the
 // checks and the messages are the same, and the end is "Too few data" at the latest.
 int readValues(KwilHandle* handle, FILE* f, const char* fileName, ComLinVec* vec,
                const VecLayout& lay, bool store)
@@ -100,9 +100,9 @@ ComLinVec* comFileVecRead(KwilHandle* handle, const char* fileName)
                                    fileName, text.get()));
         }
         int entries = 0;
-        // Negative counts cannot describe a vector: the size line is refused.
-        if (!readSize(f, &lay.rows, &lay.cols, &entries) || lay.rows < 0 || lay.cols < 0 ||
-            entries < 0) {
+        // Negative counts scan like any others: a negative size fails the vector's creation, a
+        // negative number of lines the count of the data lines.
+        if (!readSize(f, &lay.rows, &lay.cols, &entries)) {
             return fail(comErrNull(handle, "Size error in vec file read file='%s'", fileName));
         }
         if (lay.cols != 1) {
@@ -120,7 +120,7 @@ ComLinVec* comFileVecRead(KwilHandle* handle, const char* fileName)
                                    "No support data type in vec file read file='%s' type='%s'",
                                    fileName, text.get()));
         }
-        if (!readSize(f, &lay.rows, &lay.cols, nullptr) || lay.rows < 0 || lay.cols < 0) {
+        if (!readSize(f, &lay.rows, &lay.cols, nullptr)) {
             return fail(comErrNull(handle, "Size error in vec file read file='%s'", fileName));
         }
         if (lay.cols != 1) {
@@ -135,20 +135,27 @@ ComLinVec* comFileVecRead(KwilHandle* handle, const char* fileName)
     }
 
     // Every data line holds a non-blank byte: a regular file with fewer bytes left than lines
-    // declared cannot be read successfully, so its values are checked without making (and
-    // zeroing) a vector of the declared size.
+    // declared cannot be read successfully. Its vector is still made, so that a size that
+    // cannot be allocated is reported as such, but it is not filled: zeroing a huge vector
+    // would touch all its memory only to check a file that must fail anyway.
     struct stat st;
     const long here = ftell(f);
-    if (fstat(fileno(f), &st) == 0 && S_ISREG(st.st_mode) && here >= 0 &&
-        lay.expected > static_cast<long>(st.st_size) - here) {
-        ComLinVec shape{lay.rows, lay.dataType, nullptr, nullptr};
-        readValues(handle, f, fileName, &shape, lay, false);
-        return nullptr;
-    }
-    VecOwner vec(handle, comLinVecCreateInit(handle, lay.dataType, lay.rows, ComComplex{0.0, 0.0}));
+    const bool shortFile = fstat(fileno(f), &st) == 0 && S_ISREG(st.st_mode) && here >= 0 &&
+                           lay.expected > static_cast<long>(st.st_size) - here;
+    VecOwner vec(handle, shortFile ? comLinVecCreate(handle, lay.dataType, lay.rows)
+                                   : comLinVecCreateInit(handle, lay.dataType, lay.rows,
+                                                         ComComplex{0.0, 0.0}));
     if (!vec) {
         return fail(
             comErrNull(handle, "Vector data create error in vec file read file='%s'", fileName));
+    }
+    if (shortFile) {
+        if (!readValues(handle, f, fileName, vec.get(), lay, false)) return nullptr;
+        // The file has grown while it was read: read it again into a zeroed vector.
+        comLinVecInit(handle, vec.get(), ComComplex{0.0, 0.0});
+        if (fseek(f, here, SEEK_SET) != 0) {
+            return fail(comErrNull(handle, "Too few data in vec file read file='%s'", fileName));
+        }
     }
     if (!readValues(handle, f, fileName, vec.get(), lay, true)) return nullptr;
     return vec.release();

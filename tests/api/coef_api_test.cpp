@@ -99,14 +99,29 @@ TEST_F(CoefApi, CreateGivesEmptySlotsAndTheShape)
     EXPECT_EQ(h->matCoef->compData[1], 0.0);
 }
 
-TEST_F(CoefApi, NegativeShapesAreRefused)
+TEST_F(CoefApi, NegativeShapes)
 {
-    for (const auto& shape : {std::pair<int, int>{-1, 2}, {2, -1}, {INT_MIN, INT_MIN}}) {
+    // A negative entry count cannot be allocated: the creation's lines, then the API's.
+    for (const auto& shape : {std::pair<int, int>{2, -1}, {INT_MIN, INT_MIN}}) {
         kwilMatCoefCreate(h, 0, 2, 2);
         EXPECT_EQ(err([&] { EXPECT_EQ(kwilMatCoefCreate(h, 0, shape.first, shape.second), 0); }),
+                  "KWILERR: Allocation error\n"
+                  "KWILERR: Allocation error\n"
+                  "KWILERR: Row or col allocation error in matrix create\n"
                   "KWILERR: Create error in create coef mat\n");
         EXPECT_EQ(h->matCoef, nullptr);  // the old matrix is gone either way
     }
+    // A negative size is kept; no entry fits in it, and a solve finds the slots empty.
+    ASSERT_EQ(kwilMatCoefCreate(h, 1, -1, 2), 1);
+    int flag = 0, size = 0, n = 0;
+    ASSERT_EQ(kwilMatCoefInfo(h, &flag, &size, &n), 1);
+    EXPECT_EQ(size, -1);
+    EXPECT_EQ(n, 2);
+    EXPECT_EQ(err([&] { EXPECT_EQ(kwilMatCoefSet(h, 0, 0, 0, 1, 0, 0), 0); }),
+              "KWILERR: Invalid row 0 in set coef mat\n");
+    ASSERT_EQ(kwilVecFixCreate(h, 1, 1, 1.0, 0.0), 1);
+    EXPECT_EQ(err([&] { EXPECT_EQ(kwilSolv(h), 0); }),
+              "KWILERR: Lack of coef mat data in solver\n");
 }
 
 TEST_F(CoefApi, MissingMatrixMessages)

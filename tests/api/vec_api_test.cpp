@@ -126,7 +126,14 @@ TEST_P(VecApiTest, NegativeSizeIsRefused)
 {
     ASSERT_EQ(api().create(h, 0, 2, 0, 0), 1);
     EXPECT_EQ(err([&] { EXPECT_EQ(api().create(h, 0, -1, 0, 0), 0); }),
-              msg("KWILERR: Create error in create %w vec\n"));
+              msg("KWILERR: Allocation error\n"
+                  "KWILERR: Real data allocation error in matrix create\n"
+                  "KWILERR: Create error in create %w vec\n"));
+    EXPECT_EQ(vec(), nullptr);
+    EXPECT_EQ(err([&] { EXPECT_EQ(api().create(h, 3, INT_MIN, 0, 0), 0); }),
+              msg("KWILERR: Allocation error\n"
+                  "KWILERR: Comp data allocation error in matrix create\n"
+                  "KWILERR: Create error in create %w vec\n"));
     EXPECT_EQ(vec(), nullptr);
     ASSERT_EQ(api().create(h, 0, 0, 0, 0), 1);  // an empty vector is fine
 }

@@ -5,10 +5,15 @@
 #include <gtest/gtest.h>
 
 #include <cfenv>
+#include <clocale>
+#include <cstdlib>
 #include <cstdint>
 #include <cstring>
 #include <random>
 #include <string>
+
+#include "file/file.h"
+#include "support/support.h"
 
 namespace {
 
@@ -155,4 +160,53 @@ TEST(LineScan, OtherRoundingModesAreLeftToSscanf)
     const bool ok = kwil::lineScanFastOk();
     fesetround(FE_TONEAREST);
     EXPECT_FALSE(ok);
+}
+
+TEST(LineScan, CommaDecimalPointIsLeftToSscanf)
+{
+    // A locale whose decimal point is ",", built for the test; skipped where that cannot be done.
+    kwiltest::TempDir dir;
+    const std::string cmd =
+        "localedef -i de_DE -f ISO-8859-1 '" + dir.path("de_DE.ISO-8859-1") + "' >/dev/null 2>&1";
+    if (system(cmd.c_str()) == -1) GTEST_SKIP() << "cannot run localedef";
+    const char* old = getenv("LOCPATH");
+    const std::string oldPath = old != nullptr ? old : "";
+    setenv("LOCPATH", dir.dir().c_str(), 1);
+    const locale_t comma = newlocale(LC_NUMERIC_MASK, "de_DE.ISO-8859-1", nullptr);
+    if (old != nullptr) {
+        setenv("LOCPATH", oldPath.c_str(), 1);
+    } else {
+        unsetenv("LOCPATH");
+    }
+    if (comma == nullptr) GTEST_SKIP() << "no locale with a decimal comma";
+    KwilHandle* h = kwiltest::makeHandle(dir);  // the option file is read in the C locale
+    const locale_t previous = uselocale(comma);
+
+    EXPECT_FALSE(kwil::lineScanFastOk());
+    int ints[2];
+    double dbls[2];
+    // sscanf reads the comma and stops at the point; the direct path would read the point.
+    EXPECT_FALSE(kwil::scanLineReference("1 2 1.5\n", 2, ints, 1, dbls));
+    for (const char* line : {"1 2 1.5\n", "1 2 1,5\n", "1 2 3\n", "0,25 -1e2\n", "2.5\n"}) {
+        for (const auto& sh : shapes) {
+            int ia[2] = {0, 0}, ib[2] = {0, 0};
+            double da[2] = {0, 0}, db[2] = {0, 0};
+            const bool a = kwil::scanLine(line, sh[0], ia, sh[1], da, kwil::lineScanFastOk());
+            const bool b = kwil::scanLineReference(line, sh[0], ib, sh[1], db);
+            EXPECT_EQ(a, b) << line;
+            if (a && b) {
+                EXPECT_EQ(memcmp(da, db, sizeof da), 0) << line;
+            }
+        }
+    }
+    // The matrix reader takes a value with a comma there, as sscanf does.
+    const std::string p = dir.write(
+        "m.mtx", "%%MatrixMarket matrix coordinate real general\n1 1 1\n1 1 2,5\n");
+    ComLinMat* m = comFileMatRead(h, p.c_str());
+    uselocale(previous);
+    freelocale(comma);
+    ASSERT_NE(m, nullptr);
+    EXPECT_EQ(m->realData[0], 2.5);
+    comLinMatDelete(h, m);
+    kwilTerm(h);
 }

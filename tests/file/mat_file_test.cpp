@@ -147,9 +147,26 @@ TEST_F(MatFile, HeaderFailures)
     expectFail(realBanner + "3 3\n", "KWILERR: Size read error in mat file read file='%s'\n");
     expectFail(realBanner + "3 3 2 x\n", "KWILERR: Size read error in mat file read file='%s'\n");
     expectFail(realBanner + " % indented\n3 3 0\n", "KWILERR: Size read error in mat file read file='%s'\n");
-    expectFail(realBanner + "-3 -3 0\n", "KWILERR: Size read error in mat file read file='%s'\n");
-    expectFail(realBanner + "3 3 -1\n", "KWILERR: Size read error in mat file read file='%s'\n");
     expectFail(realBanner + "3 4 5\n", "KWILERR: Size unmatch in mat file read file='%s'\n");
+}
+
+TEST_F(MatFile, NegativeCountsReachCreation)
+{
+    // A negative entry count cannot be allocated: the creation's lines, then the reader's.
+    expectFail(realBanner + "3 3 -1\n",
+               "KWILERR: Allocation error\n"
+               "KWILERR: Allocation error\n"
+               "KWILERR: Row or col allocation error in matrix create\n"
+               "KWILERR: Matrix data create error in mat file read file='%s'\n");
+    // A negative size is stored as it stands; no entry can lie within it.
+    expectFail(realBanner + "-3 -3 1\n1 1 1\n",
+               "KWILERR: Invalid row 1 in mat file read\n"
+               "KWILERR: Invalid real data in mat file read='%s'\n");
+    ComLinMat* m = read(realBanner + "-3 -3 0\n");
+    ASSERT_NE(m, nullptr);
+    EXPECT_EQ(m->size, -3);
+    EXPECT_EQ(m->dataNum, 0);
+    comLinMatDelete(h, m);
 }
 
 TEST_F(MatFile, TooMuchAndTooFewData)

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -368,6 +370,53 @@ TEST(MmWholeFile, ReaderRefusals)
     EXPECT_EQ(val, nullptr);
     free(I);
     free(J);
+}
+
+TEST(MmWholeFile, StandardStreamsByName)
+{
+    // "stdout" writes to standard output and leaves it open.
+    const int I[] = {2};
+    const int J[] = {1};
+    const double v[] = {-0.5, 2.0};
+    Capture cap;
+    EXPECT_EQ(mm_write_mtx_crd("stdout", 2, 2, 1, I, J, v, "MCCG"), 0);
+    EXPECT_EQ(mm_write_mtx_crd("stdout", 2, 2, 0, I, J, v, "MCRG"), 0);
+    cap.take();
+    EXPECT_EQ(cap.out(),
+              "%%MatrixMarket matrix coordinate complex general\n2 2 1\n"
+              "2 1                 -0.5                    2\n"
+              "%%MatrixMarket matrix coordinate real general\n2 2 0\n");
+
+    // "stdin" reads standard input and leaves it open: the text after the data is still there.
+    TempDir dir;
+    const std::string p = dir.write(
+        "in.mtx", "%%MatrixMarket matrix coordinate real general\n3 3 2\n1 2 4\n3 3 -1\ntail\n");
+    fflush(stdin);
+    const int saved = dup(0);
+    ASSERT_GE(saved, 0);
+    FILE* in = fopen(p.c_str(), "r");
+    ASSERT_NE(in, nullptr);
+    ASSERT_EQ(dup2(fileno(in), 0), 0);
+    fclose(in);
+    clearerr(stdin);
+    int m = 0, n = 0, nz = 0, *rI = nullptr, *rJ = nullptr;
+    double* val = nullptr;
+    MM_typecode code;
+    const int ret = mm_read_mtx_crd("stdin", &m, &n, &nz, &rI, &rJ, &val, &code);
+    char rest[16] = {};
+    const bool more = fgets(rest, sizeof rest, stdin) != nullptr;
+    dup2(saved, 0);
+    close(saved);
+    clearerr(stdin);
+    ASSERT_EQ(ret, 0);
+    EXPECT_EQ(nz, 2);
+    EXPECT_EQ(rI[1], 3);
+    EXPECT_EQ(val[1], -1.0);
+    EXPECT_TRUE(more);
+    EXPECT_STREQ(rest, "tail\n");
+    free(rI);
+    free(rJ);
+    free(val);
 }
 
 TEST(MmReadUnsymmetricSparse, ReadsZeroBasedTriplets)
