@@ -476,16 +476,19 @@ void recordRun(Problem& p, Solver fn, int correct, int steps)
 INSTANTIATE_TEST_SUITE_P(Solvers, Frame, ::testing::ValuesIn(kinds), kindName);
 
 // BiCGStab's recurrence residual drifts from b - A x once it is small; the correction puts the
-// true residual back every ITER_CORRECT_R steps.
+// true residual back every ITER_CORRECT_R steps. The library's product and the plain loop here
+// may round differently, by a few units of the last place of |A| |x| ~ |b|.
 class Correction : public Frame {};
 
 TEST_P(Correction, ReplacesTheRecurrenceResidualAtItsInterval)
 {
     recordRun(p, GetParam().fn, 7, 150);
+    const double rounding = 64 * std::numeric_limits<double>::epsilon() * norm(p.bv);
     for (size_t i = 0; i < hookSeen.size(); ++i) {
         if (hookSeen[i].first % 7 != 0)
             continue;
-        EXPECT_NEAR(hookSeen[i].second, hookTrue[i], 1e-6 * hookTrue[i]) << hookSeen[i].first;
+        EXPECT_NEAR(hookSeen[i].second, hookTrue[i], 1e-6 * hookTrue[i] + rounding)
+            << hookSeen[i].first;
     }
     recordRun(p, GetParam().fn, 0, 150);
     EXPECT_LT(hookSeen.back().second, 1e-3 * hookTrue.back());
