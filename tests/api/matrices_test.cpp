@@ -33,32 +33,6 @@ constexpr long kMaxEntries = 150000;  // instrumented builds run several times s
 constexpr long kMaxEntries = 300000;
 #endif
 
-std::vector<std::string> matrixFiles(const std::string& dir)
-{
-    std::vector<std::string> out;
-    std::vector<std::string> dirs{dir};
-    for (size_t d = 0; d < dirs.size(); ++d) {
-        DIR* h = opendir(dirs[d].c_str());
-        if (h == nullptr) continue;
-        while (dirent* e = readdir(h)) {
-            const std::string name = e->d_name;
-            if (name == "." || name == "..") continue;
-            const std::string path = dirs[d] + "/" + name;
-            struct stat st;
-            if (stat(path.c_str(), &st) != 0) continue;
-            if (S_ISDIR(st.st_mode) && d == 0) {
-                dirs.push_back(path);
-            } else if (S_ISREG(st.st_mode) && name.size() > 4 &&
-                       name.compare(name.size() - 4, 4, ".mtx") == 0) {
-                out.push_back(path);
-            }
-        }
-        closedir(h);
-    }
-    std::sort(out.begin(), out.end());
-    return out;
-}
-
 // Banner words and size line of a Matrix Market file; false when it is no square coordinate
 // matrix we take.
 struct Header {
@@ -145,7 +119,7 @@ TEST(RealMatrices, DirectAndBiCGStabOnEveryMatrix)
 {
     const char* dir = std::getenv("KWIL_MATRIX_DIR");
     if (dir == nullptr || dir[0] == '\0') GTEST_SKIP() << "KWIL_MATRIX_DIR is not set";
-    const std::vector<std::string> files = matrixFiles(dir);
+    const std::vector<std::string> files = kwiltest::matrixFiles(dir);
     if (files.empty()) GTEST_SKIP() << "no .mtx files in " << dir;
 
     printf("%-26s %7s %8s | %6s %10s %7s | %6s %10s %7s\n", "matrix", "n", "entries", "direct",

@@ -1,6 +1,5 @@
 // Write then read: the same entries and the same doubles, bit for bit, in every storage form;
 // allocation failures of the readers; and every file of the matrix folder, when one is given.
-#include <dirent.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -170,48 +169,40 @@ INSTANTIATE_TEST_SUITE_P(RealAndComplex, RoundTrip, testing::Values(LIN_REAL, LI
 // Every .mtx file under $KWIL_MATRIX_DIR/real and /complex: read, write, read back, equal.
 TEST(MatrixFolder, EveryFileReadsWritesAndReadsBackEqual)
 {
-    const char* root = getenv("KWIL_MATRIX_DIR");
-    if (root == nullptr || *root == '\0') GTEST_SKIP() << "KWIL_MATRIX_DIR is not set";
+    const std::string root = kwiltest::matrixDir();
+    if (root.empty()) GTEST_SKIP() << "KWIL_MATRIX_DIR is not set";
     TempDir dir;
     KwilHandle* h = kwiltest::makeHandle(dir);
     int files = 0;
-    for (const char* sub : {"real", "complex"}) {
-        const std::string folder = std::string(root) + "/" + sub;
-        DIR* d = opendir(folder.c_str());
-        if (d == nullptr) continue;
-        for (dirent* e = readdir(d); e != nullptr; e = readdir(d)) {
-            const std::string name = e->d_name;
-            if (name.size() < 5 || name.compare(name.size() - 4, 4, ".mtx") != 0) continue;
-            const std::string in = folder + "/" + name;
-            const std::string out = dir.path("copy.mtx");
-            const bool array = kwiltest::readFile(in).find("array") < 60;
-            ++files;
-            if (array) {
-                ComLinVec* v = comFileVecRead(h, in.c_str());
-                ASSERT_NE(v, nullptr) << in;
-                ASSERT_EQ(comFileVecWrite(h, v, out.c_str()), 1);
-                ComLinVec* back = comFileVecRead(h, out.c_str());
-                ASSERT_NE(back, nullptr) << in;
-                ASSERT_EQ(back->size, v->size);
-                const long n = (v->dataType == LIN_REAL ? 1L : 2L) * v->size;
-                EXPECT_EQ(memcmp(v->dataType == LIN_REAL ? v->realData : v->compData,
-                                 back->dataType == LIN_REAL ? back->realData : back->compData,
-                                 static_cast<size_t>(n) * sizeof(double)), 0) << in;
-                comLinVecDelete(h, back);
-                comLinVecDelete(h, v);
-                continue;
-            }
-            ComLinMat* m = comFileMatRead(h, in.c_str());
-            ASSERT_NE(m, nullptr) << in;
-            EXPECT_EQ(m->dataType, std::string(sub) == "complex" ? LIN_COMP : LIN_REAL) << in;
-            ASSERT_EQ(comFileMatWrite(h, m, out.c_str()), 1);
-            ComLinMat* back = comFileMatRead(h, out.c_str());
+    for (const std::string& in : kwiltest::matrixFiles(root)) {
+        const std::string out = dir.path("copy.mtx");
+        const bool array = kwiltest::readFile(in).find("array") < 60;
+        ++files;
+        if (array) {
+            ComLinVec* v = comFileVecRead(h, in.c_str());
+            ASSERT_NE(v, nullptr) << in;
+            ASSERT_EQ(comFileVecWrite(h, v, out.c_str()), 1);
+            ComLinVec* back = comFileVecRead(h, out.c_str());
             ASSERT_NE(back, nullptr) << in;
-            EXPECT_TRUE(entries(h, back) == entries(h, m)) << in;
-            comLinMatDelete(h, back);
-            comLinMatDelete(h, m);
+            ASSERT_EQ(back->size, v->size);
+            const long n = (v->dataType == LIN_REAL ? 1L : 2L) * v->size;
+            EXPECT_EQ(memcmp(v->dataType == LIN_REAL ? v->realData : v->compData,
+                             back->dataType == LIN_REAL ? back->realData : back->compData,
+                             static_cast<size_t>(n) * sizeof(double)), 0) << in;
+            comLinVecDelete(h, back);
+            comLinVecDelete(h, v);
+            continue;
         }
-        closedir(d);
+        ComLinMat* m = comFileMatRead(h, in.c_str());
+        ASSERT_NE(m, nullptr) << in;
+        const bool complexFolder = in.find("/complex/") != std::string::npos;
+        EXPECT_EQ(m->dataType, complexFolder ? LIN_COMP : LIN_REAL) << in;
+        ASSERT_EQ(comFileMatWrite(h, m, out.c_str()), 1);
+        ComLinMat* back = comFileMatRead(h, out.c_str());
+        ASSERT_NE(back, nullptr) << in;
+        EXPECT_TRUE(entries(h, back) == entries(h, m)) << in;
+        comLinMatDelete(h, back);
+        comLinMatDelete(h, m);
     }
     EXPECT_GT(files, 0) << "no .mtx files under " << root;
     kwilTerm(h);

@@ -5,7 +5,6 @@
 #include <cfloat>
 #include <cmath>
 #include <cstdlib>
-#include <dirent.h>
 #include <random>
 
 #include "ilu_test_util.h"
@@ -352,35 +351,21 @@ TEST(Ilu0, MatchesTheReferenceOnRandomMatrices)
 
 TEST(Ilu0, MatchesTheReferenceOnRealMatrices)
 {
-    const char* dir = std::getenv("KWIL_MATRIX_DIR");
-    if (dir == nullptr || *dir == '\0')
+    const std::string dir = kwiltest::matrixDir();
+    if (dir.empty())
         GTEST_SKIP() << "KWIL_MATRIX_DIR is not set";
     TestHandle th;
     th.intOpt[OPT_TRACE] = 1;
     int tried = 0;
-    for (const char* sub : {"real", "complex"}) {
-        const std::string folder = std::string(dir) + "/" + sub;
-        DIR* d = opendir(folder.c_str());
-        if (d == nullptr)
+    for (const std::string& name : kwiltest::matrixFiles(dir)) {
+        Mat a = readMatrixMarket(name, true);
+        if (a == nullptr || a->dataNum > 400000)
             continue;
-        std::vector<std::string> names;
-        while (dirent* ent = readdir(d)) {
-            const std::string name = ent->d_name;
-            if (name.size() > 4 && name.substr(name.size() - 4) == ".mtx")
-                names.push_back(name);
+        for (double accel : {1.0, 1.05}) {
+            th.dblOpt[OPT_ILU_ACCEL] = accel;
+            expectSameAsReference(th.get(), *a, name);
         }
-        closedir(d);
-        std::sort(names.begin(), names.end());
-        for (const std::string& name : names) {
-            Mat a = readMatrixMarket(folder + "/" + name, true);
-            if (a == nullptr || a->dataNum > 400000)
-                continue;
-            for (double accel : {1.0, 1.05}) {
-                th.dblOpt[OPT_ILU_ACCEL] = accel;
-                expectSameAsReference(th.get(), *a, name);
-            }
-            ++tried;
-        }
+        ++tried;
     }
     if (tried == 0)
         GTEST_SKIP() << "no matrix read from " << dir;

@@ -5,7 +5,6 @@
 #include <cfloat>
 #include <cmath>
 #include <cstdlib>
-#include <dirent.h>
 #include <random>
 
 #include "ilu_test_util.h"
@@ -235,56 +234,42 @@ TEST(IluFillIn, MatchesTheReferenceOnRandomMatrices)
 
 TEST(IluFillIn, MatchesTheReferenceOnRealMatrices)
 {
-    const char* dir = std::getenv("KWIL_MATRIX_DIR");
-    if (dir == nullptr || *dir == '\0')
+    const std::string dir = kwiltest::matrixDir();
+    if (dir.empty())
         GTEST_SKIP() << "KWIL_MATRIX_DIR is not set";
     TestHandle th;
     th.intOpt[OPT_TRACE] = 1;
     int tried = 0, finiteCount = 0;
-    for (const char* sub : {"real", "complex"}) {
-        const std::string folder = std::string(dir) + "/" + sub;
-        DIR* d = opendir(folder.c_str());
-        if (d == nullptr)
+    for (const std::string& name : kwiltest::matrixFiles(dir)) {
+        Mat a = readMatrixMarket(name, true);
+        // The reference walks rows from their heads: keep it to moderate sizes.
+        if (a == nullptr || a->size > 3000 || a->dataNum > 40000)
             continue;
-        std::vector<std::string> names;
-        while (dirent* ent = readdir(d)) {
-            const std::string name = ent->d_name;
-            if (name.size() > 4 && name.substr(name.size() - 4) == ".mtx")
-                names.push_back(name);
+        for (double t : {1e-2, 1e-3}) {
+            th.dblOpt[OPT_ILU_FILLINMIN] = t;
+            expectSameAsReference(th.get(), *a, name);
         }
-        closedir(d);
-        std::sort(names.begin(), names.end());
-        for (const std::string& name : names) {
-            Mat a = readMatrixMarket(folder + "/" + name, true);
-            // The reference walks rows from their heads: keep it to moderate sizes.
-            if (a == nullptr || a->size > 3000 || a->dataNum > 40000)
-                continue;
-            for (double t : {1e-2, 1e-3}) {
-                th.dblOpt[OPT_ILU_FILLINMIN] = t;
-                expectSameAsReference(th.get(), *a, name);
+        // Without fill-in the factors are those of ILU0, bit for bit, as long as every pivot
+        // is usable (a zero one, as on a diagonal added above, makes infinite updates, which
+        // reach any threshold) and the factors are finite (NaN bits depend on operand order).
+        th.dblOpt[OPT_ILU_FILLINMIN] = 1e300;
+        Factors f = factorise(ILUFillIn, th.get(), *a);
+        Factors g = factorise(ILU0, th.get(), *a);
+        ASSERT_EQ(f.ok, g.ok) << name;
+        bool finite = g.ok == 1;
+        for (const ComLinMat* m : {g.l.get(), g.u.get()}) {
+            for (const Entry& x : finite ? entries(*m) : std::vector<Entry>()) {
+                finite = finite && std::isfinite(x.v.real()) && std::isfinite(x.v.imag());
+                if (m == g.l.get() && x.row == x.col)
+                    finite = finite && x.v != Cplx(1e-12);
             }
-            // Without fill-in the factors are those of ILU0, bit for bit, as long as every pivot
-            // is usable (a zero one, as on a diagonal added above, makes infinite updates, which
-            // reach any threshold) and the factors are finite (NaN bits depend on operand order).
-            th.dblOpt[OPT_ILU_FILLINMIN] = 1e300;
-            Factors f = factorise(ILUFillIn, th.get(), *a);
-            Factors g = factorise(ILU0, th.get(), *a);
-            ASSERT_EQ(f.ok, g.ok) << name;
-            bool finite = g.ok == 1;
-            for (const ComLinMat* m : {g.l.get(), g.u.get()}) {
-                for (const Entry& x : finite ? entries(*m) : std::vector<Entry>()) {
-                    finite = finite && std::isfinite(x.v.real()) && std::isfinite(x.v.imag());
-                    if (m == g.l.get() && x.row == x.col)
-                        finite = finite && x.v != Cplx(1e-12);
-                }
-            }
-            if (finite) {
-                ++finiteCount;
-                EXPECT_TRUE(sameBits(*f.l, *g.l)) << name;
-                EXPECT_TRUE(sameBits(*f.u, *g.u)) << name;
-            }
-            ++tried;
         }
+        if (finite) {
+            ++finiteCount;
+            EXPECT_TRUE(sameBits(*f.l, *g.l)) << name;
+            EXPECT_TRUE(sameBits(*f.u, *g.u)) << name;
+        }
+        ++tried;
     }
     if (tried == 0)
         GTEST_SKIP() << "no matrix read from " << dir;

@@ -2,8 +2,11 @@
 #include "support/support.h"
 
 #include <gtest/gtest.h>
+#include <dirent.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -84,6 +87,38 @@ KwilHandle* makeHandle(const TempDir& dir, const std::string& extra)
     KwilHandle* h = kwilInit(1, p.c_str());
     EXPECT_NE(h, nullptr);
     return h;
+}
+
+std::vector<std::string> matrixFiles(const std::string& dir)
+{
+    std::vector<std::string> out;
+    std::vector<std::string> dirs{dir};
+    for (size_t d = 0; d < dirs.size(); ++d) {
+        DIR* h = opendir(dirs[d].c_str());
+        if (h == nullptr) continue;
+        while (dirent* e = readdir(h)) {
+            const std::string name = e->d_name;
+            if (name == "." || name == "..") continue;
+            const std::string path = dirs[d] + "/" + name;
+            struct stat st;
+            if (stat(path.c_str(), &st) != 0) continue;
+            if (S_ISDIR(st.st_mode) && d == 0) {
+                dirs.push_back(path);
+            } else if (S_ISREG(st.st_mode) && name.size() > 4 &&
+                       name.compare(name.size() - 4, 4, ".mtx") == 0) {
+                out.push_back(path);
+            }
+        }
+        closedir(h);
+    }
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+std::string matrixDir()
+{
+    const char* dir = std::getenv("KWIL_MATRIX_DIR");
+    return dir != nullptr ? dir : "";
 }
 
 }  // namespace kwiltest

@@ -46,6 +46,12 @@ private:
     std::string dir_;
 };
 
+// The .mtx files in the folder and in its direct subfolders (real/, complex/), sorted by path.
+std::vector<std::string> matrixFiles(const std::string& dir);
+
+// The folder of the optional real-matrix tests, from KWIL_MATRIX_DIR; empty when unset.
+std::string matrixDir();
+
 // Reads a whole file; empty when it cannot be read.
 std::string readFile(const std::string& path);
 
