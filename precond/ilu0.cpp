@@ -22,8 +22,7 @@ template <class S> int ilu0Factor(KwilHandle* handle, const ComLinMat& a, MatOwn
     ComBuf<S> work(handle, n);         // row i by column; other columns hold scratch values
     ComBuf<int> diagPos(handle, n);    // position of the diagonal entry of each row in W
     ComBuf<S> copy(handle, a.dataNum); // W
-    ComBuf<S> pivot(handle, n);        // final pivot of each row
-    if (!work || !diagPos || !copy || !pivot)
+    if (!work || !diagPos || !copy)
         return comErr(handle, "Alloc error in ILU 0 solver");
     S* w = work.get();
     for (int j = 0; j < n; ++j)
@@ -31,8 +30,6 @@ template <class S> int ilu0Factor(KwilHandle* handle, const ComLinMat& a, MatOwn
     int* dp = diagPos.get();
     S* wv = copy.get();
     const S* av = matValues<S>(a);
-    for (long p = 0; p < a.dataNum; ++p)
-        wv[p] = av[p];
 
     const double accel = comOptDbl(handle, OPT_ILU_ACCEL);
     comTrace(handle, "ILU 0 accel %.4e", accel);
@@ -47,6 +44,7 @@ template <class S> int ilu0Factor(KwilHandle* handle, const ComLinMat& a, MatOwn
         dp[i] = -1;
         for (int p = p0; p < p1; ++p) {
             const int j = ac[p] - 1;
+            wv[p] = av[p];
             if (j == i) {
                 dp[i] = p;
                 wv[p] = scale(wv[p], accel);
@@ -97,8 +95,9 @@ template <class S> int ilu0Factor(KwilHandle* handle, const ComLinMat& a, MatOwn
     }
 
     // Split: vanishing entries of W become ILU_REV_DIAGZERO_VAL (the diagonal counted once),
-    // the diagonal goes to both factors; then U is divided by the pivots, its diagonal becoming
-    // pivot / pivot.
+    // the diagonal goes to both factors, and U is divided by the pivots, its diagonal becoming
+    // pivot / pivot. A row's diagonal precedes its upper part, so each U entry is divided as it
+    // is stored.
     const double revVal = comOptDbl(handle, OPT_ILU_REV_DIAGZERO_VAL);
     const S rev = fromParts<S>(revVal, 0.0);
     int* lr = l->row;
@@ -108,6 +107,7 @@ template <class S> int ilu0Factor(KwilHandle* handle, const ComLinMat& a, MatOwn
     int* uc = u->col;
     S* uv = matValues<S>(*u);
     long pl = 0, pu = 0, revCount = 0;
+    S pivot{};
     for (int i = 0; i < n; ++i) {
         for (int p = ar[i] - 1; p < ar[i + 1] - 1; ++p) {
             S v = wv[p];
@@ -117,7 +117,7 @@ template <class S> int ilu0Factor(KwilHandle* handle, const ComLinMat& a, MatOwn
             }
             const int j = ac[p] - 1;
             if (j == i)
-                pivot[i] = v;
+                pivot = v;
             if (j <= i && pl < n + nL) {
                 lr[pl] = i + 1;
                 lc[pl] = j + 1;
@@ -127,14 +127,12 @@ template <class S> int ilu0Factor(KwilHandle* handle, const ComLinMat& a, MatOwn
             if (j >= i && pu < n + nU) {
                 ur[pu] = i + 1;
                 uc[pu] = j + 1;
-                uv[pu] = v;
+                uv[pu] = quot(v, pivot);
                 ++pu;
             }
         }
     }
     comAssert(handle, pl == n + nL && pu == n + nU, "LU number unmatch in ILU 0 solver");
-    for (long q = 0; q < pu; ++q)
-        uv[q] = quot(uv[q], pivot[ur[q] - 1]);
     if (revCount > 0) {
         comTrace(handle, "ILU 0 rev diag zero %d %.4e", static_cast<int>(revCount), revVal);
     }
