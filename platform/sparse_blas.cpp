@@ -261,6 +261,31 @@ template <class V> void scale(int r0, int r1, V beta, V* y)
     }
 }
 
+// y += alpha A^T x on the calling thread: row i of A scatters alpha x_i times its entries.
+template <class V>
+ALWAYS_INLINE inline void scatter(int m, V alpha, const V* val, const int* col, const int* ptr,
+                                  const V* x, V* y)
+{
+    const int last = ptr[m] - 1;
+    for (int i = 0; i < m; ++i) {
+        const V ax = mul(alpha, x[i]);
+        const int end = ptr[i + 1] - 1;
+        prefetchAhead(val, col, ptr[i] - 1, last);
+        for (int p = ptr[i] - 1; p < end; ++p)
+            addMul(y[col[p] - 1], val[p], ax);
+    }
+}
+TARGET_CLONES void scatterOf(int m, double alpha, const double* val, const int* col,
+                             const int* ptr, const double* x, double* y)
+{
+    scatter(m, alpha, val, col, ptr, x, y);
+}
+TARGET_CLONES void scatterOf(int m, Z alpha, const Z* val, const int* col, const int* ptr,
+                             const Z* x, Z* y)
+{
+    scatter(m, alpha, val, col, ptr, x, y);
+}
+
 template <class V>
 void productTransposed(int m, V alpha, const V* val, const int* col, const int* ptr, const V* x,
                        V beta, V* y)
@@ -268,14 +293,7 @@ void productTransposed(int m, V alpha, const V* val, const int* col, const int* 
     const int nt = productThreads(m, static_cast<long>(ptr[m]) - ptr[0]);
     if (nt == 1) {
         scale(0, m, beta, y);
-        const int last = ptr[m] - 1;
-        for (int i = 0; i < m; ++i) {
-            const V ax = mul(alpha, x[i]);
-            const int end = ptr[i + 1] - 1;
-            prefetchAhead(val, col, ptr[i] - 1, last);
-            for (int p = ptr[i] - 1; p < end; ++p)
-                addMul(y[col[p] - 1], val[p], ax);
-        }
+        scatterOf(m, alpha, val, col, ptr, x, y);
         return;
     }
     // Per block: rows [r0, headEnd) may hold columns before the block, rows [tailStart, r1)
