@@ -94,48 +94,18 @@ template <class S> int ilu0Factor(KwilHandle* handle, const ComLinMat& a, MatOwn
         return comErr(handle, "Alloc matrix error in ILU 0 solver");
     }
 
-    // Split: vanishing entries of W become ILU_REV_DIAGZERO_VAL (the diagonal counted once),
-    // the diagonal goes to both factors, and U is divided by the pivots, its diagonal becoming
-    // pivot / pivot. A row's diagonal precedes its upper part, so each U entry is divided as it
-    // is stored.
+    // Split; vanishing entries of W become ILU_REV_DIAGZERO_VAL.
     const double revVal = comOptDbl(handle, OPT_ILU_REV_DIAGZERO_VAL);
-    const S rev = fromParts<S>(revVal, 0.0);
-    int* lr = l->row;
-    int* lc = l->col;
-    S* lv = matValues<S>(*l);
-    int* ur = u->row;
-    int* uc = u->col;
-    S* uv = matValues<S>(*u);
-    long pl = 0, pu = 0, revCount = 0;
-    S pivot{};
+    FactorSplit<S> split(*l, *u, fromParts<S>(revVal, 0.0));
     for (int i = 0; i < n; ++i) {
-        for (int p = ar[i] - 1; p < ar[i + 1] - 1; ++p) {
-            S v = wv[p];
-            if (vanishing(v)) {
-                v = rev;
-                ++revCount;
-            }
-            const int j = ac[p] - 1;
-            if (j == i)
-                pivot = v;
-            if (j <= i && pl < n + nL) {
-                lr[pl] = i + 1;
-                lc[pl] = j + 1;
-                lv[pl] = v;
-                ++pl;
-            }
-            if (j >= i && pu < n + nU) {
-                ur[pu] = i + 1;
-                uc[pu] = j + 1;
-                uv[pu] = quot(v, pivot);
-                ++pu;
-            }
-        }
+        const int p0 = ar[i] - 1;
+        if (!split.addRow(i, ac + p0, 1, wv + p0, ar[i + 1] - 1 - p0))
+            break; // checked below
     }
-    comAssert(handle, pl == n + nL && pu == n + nU, "LU number unmatch in ILU 0 solver");
-    if (revCount > 0) {
-        comTrace(handle, "ILU 0 rev diag zero %d %.4e", static_cast<int>(revCount), revVal);
-    }
+    comAssert(handle, split.full(), "LU number unmatch in ILU 0 solver");
+    if (split.replaced() > 0)
+        comTrace(handle, "ILU 0 rev diag zero %d %.4e", static_cast<int>(split.replaced()),
+                 revVal);
     return 1;
 }
 

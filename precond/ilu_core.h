@@ -102,6 +102,65 @@ template <> inline Cplx fromParts<Cplx>(double re, double im)
 
 using MatOwn = ComOwn<ComLinMat, comLinMatDelete>;
 
+// Fills a factor pair, created in sorted coordinate form, from the finished rows of an
+// elimination, row by row (a row's diagonal precedes its upper part): the entries of a row up to its diagonal go to L (the pivot last), the
+// entries from its diagonal on go to U divided by the pivot (U's diagonal becoming pivot /
+// pivot). Vanishing values are replaced by rev first and counted, the diagonal once.
+template <class S> class FactorSplit {
+public:
+    FactorSplit(ComLinMat& l, ComLinMat& u, S rev)
+        : lr_(l.row), lc_(l.col), ur_(u.row), uc_(u.col), lv_(matValues<S>(l)),
+          uv_(matValues<S>(u)), lEnd_(l.dataNum), uEnd_(u.dataNum), rev_(rev)
+    {
+    }
+
+    // Row i: len values with ascending columns col[p] - base (0-based), its diagonal among
+    // them. Returns false when the row does not fit in the factors.
+    bool addRow(int i, const int* col, int base, const S* val, int len)
+    {
+        long pl = pl_, pu = pu_;
+        const int diag = i + base; // the diagonal's column as stored in col
+        S pivot{};
+        for (int p = 0; p < len; ++p) {
+            S v = val[p];
+            if (vanishing(v)) {
+                v = rev_;
+                ++replaced_;
+            }
+            const int c = col[p];
+            if (c <= diag) {
+                if (pl == lEnd_)
+                    return false;
+                lr_[pl] = i + 1;
+                lc_[pl] = c - base + 1;
+                lv_[pl++] = v;
+            }
+            if (c == diag)
+                pivot = v;
+            if (c >= diag) {
+                if (pu == uEnd_)
+                    return false;
+                ur_[pu] = i + 1;
+                uc_[pu] = c - base + 1;
+                uv_[pu++] = quot(v, pivot);
+            }
+        }
+        pl_ = pl;
+        pu_ = pu;
+        return true;
+    }
+    // Whether every entry of both factors has been written.
+    bool full() const { return pl_ == lEnd_ && pu_ == uEnd_; }
+    long replaced() const { return replaced_; }
+
+private:
+    int *lr_, *lc_, *ur_, *uc_;
+    S *lv_, *uv_;
+    long lEnd_, uEnd_;
+    S rev_;
+    long pl_ = 0, pu_ = 0, replaced_ = 0;
+};
+
 // Converts both factors to compressed rows and hands them to the caller. On failure the factors
 // are deleted and the error line written.
 inline int iluFinish(KwilHandle* handle, MatOwn& l, MatOwn& u, const char* tag, ComLinMat** lOut,

@@ -266,42 +266,15 @@ template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatO
         return comErr(handle, "Alloc matrix error in ILU fill-in solver");
     }
     const double revVal = comOptDbl(handle, OPT_ILU_REV_DIAGZERO_VAL);
-    const S rev = fromParts<S>(revVal, 0.0);
-    int* lr = l->row;
-    int* lc = l->col;
-    S* lv = matValues<S>(*l);
-    int* ur = u->row;
-    int* uc = u->col;
-    S* uv = matValues<S>(*u);
-    long pl = 0, pu = 0, revCount = 0;
+    FactorSplit<S> split(*l, *u, fromParts<S>(revVal, 0.0));
     for (int i = 0; i < n; ++i) {
-        const int* col = rc[i];
-        S* val = rv[i];
-        const int d = rd[i], len = rl[i];
-        for (int p = 0; p < len; ++p) {
-            if (vanishing(val[p])) {
-                val[p] = rev;
-                ++revCount;
-            }
-        }
-        if (pl + d + 1 > n + nL || pu + (len - d) > n + nU)
+        if (!split.addRow(i, rc[i], 0, rv[i], rl[i]))
             break; // checked below
-        for (int p = 0; p <= d; ++p, ++pl) {
-            lr[pl] = i + 1;
-            lc[pl] = col[p] + 1;
-            lv[pl] = val[p];
-        }
-        const S pivot = val[d];
-        for (int p = d; p < len; ++p, ++pu) {
-            ur[pu] = i + 1;
-            uc[pu] = col[p] + 1;
-            uv[pu] = quot(val[p], pivot);
-        }
     }
-    comAssert(handle, pl == n + nL && pu == n + nU, "LU number unmatch in ILU fill-in solver");
-    if (revCount > 0) {
-        comTrace(handle, "ILU fill-in rev diag zero %d %.4e", static_cast<int>(revCount), revVal);
-    }
+    comAssert(handle, split.full(), "LU number unmatch in ILU fill-in solver");
+    if (split.replaced() > 0)
+        comTrace(handle, "ILU fill-in rev diag zero %d %.4e", static_cast<int>(split.replaced()),
+                 revVal);
     return 1;
 }
 
