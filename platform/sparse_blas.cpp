@@ -372,7 +372,8 @@ inline Z recip(Z d)
 // applied last, y_i = s r - (t_{i,i-1} r) y_{i-1} with r = 1 / t_ii, so that only one product
 // and one subtraction lie on the chain from row to row.
 template <class V>
-ALWAYS_INLINE inline void solveLower(int m, const V* val, const int* ptr, const int* col, const V* x, V* y)
+ALWAYS_INLINE inline void solveLower(int m, const V* val, const int* ptr, const int* col,
+                                     const V* x, V* y)
 {
     const int last = m > 0 ? ptr[m] - 1 : 0;
     V prev{}; // y_{i-1}
@@ -398,7 +399,8 @@ ALWAYS_INLINE inline void solveLower(int m, const V* val, const int* ptr, const 
 // Upper solve T y = x, backward: y_i = (x_i - sum_{j>i} t_ij y_j) / t_ii. x may be y.
 // The term of t_{i,i+1} is kept out of the row-to-row chain as in solveLower.
 template <class V>
-ALWAYS_INLINE inline void solveUpper(int m, const V* val, const int* ptr, const int* col, const V* x, V* y)
+ALWAYS_INLINE inline void solveUpper(int m, const V* val, const int* ptr, const int* col,
+                                     const V* x, V* y)
 {
     V next{}; // y_{i+1}
     for (int i = m - 1; i >= 0; --i) {
@@ -423,7 +425,8 @@ ALWAYS_INLINE inline void solveUpper(int m, const V* val, const int* ptr, const 
 // Lower transposed solve T^T y = x, backward by rows of T: y_i := y_i / t_ii, then
 // y_j -= t_ij y_i for j < i. The update of y_{i-1} is carried in a register to the next step.
 template <class V>
-ALWAYS_INLINE inline void solveLowerTransposed(int m, const V* val, const int* ptr, const int* col, const V* x, V* y)
+ALWAYS_INLINE inline void solveLowerTransposed(int m, const V* val, const int* ptr, const int* col,
+                                               const V* x, V* y)
 {
     if (y != x) {
         for (int i = 0; i < m; ++i)
@@ -452,7 +455,8 @@ ALWAYS_INLINE inline void solveLowerTransposed(int m, const V* val, const int* p
 // Upper transposed solve T^T y = x, forward: y_i := y_i / t_ii, then y_j -= t_ij y_i for j > i,
 // carrying the update of y_{i+1} in a register.
 template <class V>
-ALWAYS_INLINE inline void solveUpperTransposed(int m, const V* val, const int* ptr, const int* col, const V* x, V* y)
+ALWAYS_INLINE inline void solveUpperTransposed(int m, const V* val, const int* ptr, const int* col,
+                                               const V* x, V* y)
 {
     if (y != x) {
         for (int i = 0; i < m; ++i)

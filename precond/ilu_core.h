@@ -103,9 +103,10 @@ template <> inline Cplx fromParts<Cplx>(double re, double im)
 using MatOwn = ComOwn<ComLinMat, comLinMatDelete>;
 
 // Fills a factor pair, created in sorted coordinate form, from the finished rows of an
-// elimination, row by row (a row's diagonal precedes its upper part): the entries of a row up to its diagonal go to L (the pivot last), the
-// entries from its diagonal on go to U divided by the pivot (U's diagonal becoming pivot /
-// pivot). Vanishing values are replaced by rev first and counted, the diagonal once.
+// elimination, row by row (a row's diagonal precedes its upper part): the entries of a row up to
+// its diagonal go to L (the pivot last), the entries from its diagonal on go to U divided by the
+// pivot (U's diagonal becoming pivot / pivot). Vanishing values are replaced by rev first and
+// counted, the diagonal once.
 template <class S> class FactorSplit {
 public:
     FactorSplit(ComLinMat& l, ComLinMat& u, S rev)
