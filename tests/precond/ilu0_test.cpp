@@ -45,18 +45,10 @@ void exactPair(const ComLinMat& a, std::vector<Cplx>& x, std::vector<Cplx>& b)
     }
 }
 
-// Both factorisations must agree in result, factors (bits), output and error lines.
+// The fast factorisation against its direct transcription.
 void expectSameAsReference(KwilHandle* h, const ComLinMat& a, const std::string& what)
 {
-    Factors fast = factorise(ILU0, h, a);
-    Factors ref = factorise(refILU0, h, a);
-    ASSERT_EQ(fast.ok, ref.ok) << what;
-    EXPECT_EQ(fast.out, ref.out) << what;
-    EXPECT_EQ(fast.err, ref.err) << what;
-    if (fast.ok == 0 || ref.ok == 0)
-        return;
-    EXPECT_TRUE(sameBits(*fast.l, *ref.l)) << what << ": L differs";
-    EXPECT_TRUE(sameBits(*fast.u, *ref.u)) << what << ": U differs";
+    prectest::expectSameAsReference(ILU0, refILU0, h, a, what);
 }
 
 } // namespace

@@ -1,6 +1,8 @@
 // Running a factorisation under capture, for the ILU tests.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <string>
 #include <vector>
 
@@ -33,6 +35,22 @@ inline Factors factorise(IluFn fn, KwilHandle* h, const ComLinMat& a)
     f.out = cap.outLines();
     f.err = cap.errLines();
     return f;
+}
+
+// The factorisation and its reference must agree in result, factors (bits), output and error
+// lines.
+inline void expectSameAsReference(IluFn fast, IluFn reference, KwilHandle* h, const ComLinMat& a,
+                                  const std::string& what)
+{
+    Factors f = factorise(fast, h, a);
+    Factors r = factorise(reference, h, a);
+    ASSERT_EQ(f.ok, r.ok) << what;
+    EXPECT_EQ(f.out, r.out) << what;
+    EXPECT_EQ(f.err, r.err) << what;
+    if (f.ok == 0 || r.ok == 0)
+        return;
+    EXPECT_TRUE(sameBits(*f.l, *r.l)) << what << ": L differs";
+    EXPECT_TRUE(sameBits(*f.u, *r.u)) << what << ": U differs";
 }
 
 } // namespace prectest
