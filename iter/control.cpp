@@ -49,10 +49,10 @@ void iterTestSetNormHook(IterNormHook hook)
 IterFrame::IterFrame(KwilHandle* handle, const ComLinMat* a, const ComLinVec* b, ComLinVec* x,
                      const char* name)
     : handle_(handle), a_(a), b_(b), x_(x), name_(name), vecs_{}, nvecs_(0), l_(nullptr),
-      u_(nullptr), preIlu_(0), correctR_(0), stepTrace_(0), rType_(0), giveup_(0), resolve_(0.0),
-      giveupFactor_(0.0), giveupReduct_(0.0), limit_(0), unit_(1), cycles_(false), traceEvery_(0),
-      giveupEvery_(0), norm0_(0.0), tol_(0.0), giveupLevel_(0.0), norm_(0.0), armed_(0),
-      prevNorm_(0.0)
+      lPlan_(nullptr), u_(nullptr), uPlan_(nullptr), preIlu_(0), correctR_(0), stepTrace_(0),
+      rType_(0), giveup_(0), resolve_(0.0), giveupFactor_(0.0), giveupReduct_(0.0), limit_(0),
+      unit_(1), cycles_(false), traceEvery_(0), giveupEvery_(0), norm0_(0.0), tol_(0.0),
+      giveupLevel_(0.0), norm_(0.0), armed_(0), prevNorm_(0.0)
 {
 }
 
@@ -60,6 +60,8 @@ IterFrame::~IterFrame()
 {
     for (int i = 0; i < nvecs_; ++i)
         comLinVecDelete(handle_, vecs_[i]);
+    comLinMatTriSolvPlanDelete(handle_, lPlan_);
+    comLinMatTriSolvPlanDelete(handle_, uPlan_);
     comLinMatDelete(handle_, l_);
     comLinMatDelete(handle_, u_);
 }
@@ -125,13 +127,15 @@ int IterFrame::buildIlu()
     }
     l_ = l;
     u_ = u;
+    lPlan_ = comLinMatTriSolvPlan(handle_, 0, l_);
+    uPlan_ = comLinMatTriSolvPlan(handle_, 1, u_);
     return 1;
 }
 
 void IterFrame::applyM(const ComLinVec* z, ComLinVec* w, ComLinVec* out) const
 {
-    comLinMatTriSolv(handle_, 0, l_, 0, z, w);   // L w = z
-    comLinMatTriSolv(handle_, 1, u_, 0, w, out); // U out = w
+    comLinMatTriSolvPlanned(handle_, 0, l_, lPlan_, z, w);   // L w = z
+    comLinMatTriSolvPlanned(handle_, 1, u_, uPlan_, w, out); // U out = w
 }
 
 void IterFrame::seed() const

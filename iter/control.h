@@ -162,7 +162,9 @@ class IterFrame {
     ComLinVec* vecs_[kMaxVecs];
     int nvecs_;
     ComLinMat* l_;
+    PlatformTrsvPlan* lPlan_; // schedules of the two factors' solves, null for one thread
     ComLinMat* u_;
+    PlatformTrsvPlan* uPlan_;
 
     int preIlu_;
     int correctR_;

@@ -79,6 +79,21 @@ void comLinMatCalcVec(KwilHandle* handle, ComComplex alpha, const ComLinMat* a, 
 void comLinMatTriSolv(KwilHandle* handle, int upper, const ComLinMat* a, int trans,
                       const ComLinVec* x, ComLinVec* y);
 
+// A schedule of one triangle of a CSR matrix for repeated solves on the kernel threads; its
+// memory belongs to the math library.
+struct PlatformTrsvPlan;
+// Plans repeated solves T y = x with the upper (upper non-zero) or lower triangle of A on the
+// current kernel thread count. Null when the kernels run on one thread, when the triangle gains
+// nothing from more, or when memory is short: a null plan stands for the one-thread solve. Writes
+// no line. The plan serves A as long as its pattern is unchanged.
+PlatformTrsvPlan* comLinMatTriSolvPlan(KwilHandle* handle, int upper, const ComLinMat* a);
+// Frees a plan; null is allowed.
+void comLinMatTriSolvPlanDelete(KwilHandle* handle, PlatformTrsvPlan* plan);
+// comLinMatTriSolv(handle, upper, a, 0, x, y) with the plan made for that triangle of A: the
+// same result, bit for bit, on the plan's threads.
+void comLinMatTriSolvPlanned(KwilHandle* handle, int upper, const ComLinMat* a,
+                             PlatformTrsvPlan* plan, const ComLinVec* x, ComLinVec* y);
+
 // ---- Vector object and arithmetic ------------------------------------------------------------
 
 // New vector with uninitialised values; null after an error line.

@@ -1,5 +1,6 @@
-// Sparse kernels on a CSR matrix: the product y := alpha op(A) x + beta y and the triangular solve.
-// Both hand the stored arrays unchanged to the sparse BLAS routines.
+// Sparse kernels on a CSR matrix: the product y := alpha op(A) x + beta y and the triangular solve,
+// plain or with a plan for several threads. All hand the stored arrays unchanged to the sparse
+// BLAS routines.
 #include "lin/lin.h"
 
 #include "platform/sparse_blas.h"
@@ -44,5 +45,36 @@ void comLinMatTriSolv(KwilHandle* handle, int upper, const ComLinMat* a, int tra
                      reinterpret_cast<const PlatformComplex16*>(a->compData), a->row, a->col,
                      reinterpret_cast<const PlatformComplex16*>(x->compData),
                      reinterpret_cast<PlatformComplex16*>(y->compData));
+    }
+}
+
+PlatformTrsvPlan* comLinMatTriSolvPlan(KwilHandle* handle, int upper, const ComLinMat* a)
+{
+    comAssert(handle, a->type == MAT_CSR, "Invalid type %d in triangle matrix solver", a->type);
+    return platform_csrtrsv_plan(upper != 0 ? "u" : "l", a->size, a->row, a->col, 0);
+}
+
+void comLinMatTriSolvPlanDelete(KwilHandle*, PlatformTrsvPlan* plan)
+{
+    platform_csrtrsv_plan_free(plan);
+}
+
+void comLinMatTriSolvPlanned(KwilHandle* handle, int upper, const ComLinMat* a,
+                             PlatformTrsvPlan* plan, const ComLinVec* x, ComLinVec* y)
+{
+    if (plan == nullptr) {
+        comLinMatTriSolv(handle, upper, a, 0, x, y);
+        return;
+    }
+    comAssert(handle, a->type == MAT_CSR, "Invalid type %d in triangle matrix solver", a->type);
+    comAssert(handle, a->size == x->size && a->size == y->size,
+              "Size unmatch in triangle matrix solver");
+    if (a->dataType == LIN_REAL) {
+        platform_dcsrtrsv_planned(plan, a->realData, a->row, a->col, x->realData, y->realData);
+    } else {
+        platform_zcsrtrsv_planned(plan, reinterpret_cast<const PlatformComplex16*>(a->compData),
+                                  a->row, a->col,
+                                  reinterpret_cast<const PlatformComplex16*>(x->compData),
+                                  reinterpret_cast<PlatformComplex16*>(y->compData));
     }
 }

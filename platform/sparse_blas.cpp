@@ -18,118 +18,16 @@
 #include <omp.h>
 
 #include "common/com.h"
+#include "platform/sparse_arith.h"
 
 namespace {
 
-using Z = PlatformComplex16;
-
-#define ALWAYS_INLINE __attribute__((always_inline))
-// Hot loops get an AVX2 version beside the baseline one, chosen once when the library loads.
-#if defined(__x86_64__)
-#define TARGET_CLONES __attribute__((target_clones("avx2", "default")))
-#else
-#define TARGET_CLONES
-#endif
-
-// Scalar arithmetic written out: the complex forms are the plain textbook formulas, without the
-// NaN/infinity checks of std::complex; the reciprocal below is unscaled.
-inline bool isZero(double a)
-{
-    return a == 0.0;
-}
-inline bool isZero(Z a)
-{
-    return a.real == 0.0 && a.imag == 0.0;
-}
-inline double mul(double a, double b)
-{
-    return a * b;
-}
-inline Z mul(Z a, Z b)
-{
-    return Z{a.real * b.real - a.imag * b.imag, a.real * b.imag + a.imag * b.real};
-}
-inline void addMul(double& s, double a, double b)
-{
-    s += a * b;
-}
-// a b as the plain formula (ar br - ai bi, ar bi + ai br), computed on pairs of doubles.
-typedef double Pair __attribute__((vector_size(16)));
-inline Pair mulPair(Z a, Z b)
-{
-    const Pair bp = {b.real, b.imag};
-    const Pair bs = {b.imag, b.real};
-    const Pair p1 = a.real * bp;
-    const Pair p2 = a.imag * bs;
-    return Pair{p1[0] - p2[0], p1[1] + p2[1]};
-}
-inline void addMul(Z& s, Z a, Z b)
-{
-    const Pair t = Pair{s.real, s.imag} + mulPair(a, b);
-    s = Z{t[0], t[1]};
-}
-inline void subMul(double& s, double a, double b)
-{
-    s -= a * b;
-}
-inline void subMul(Z& s, Z a, Z b)
-{
-    const Pair t = Pair{s.real, s.imag} - mulPair(a, b);
-    s = Z{t[0], t[1]};
-}
-inline double add(double a, double b)
-{
-    return a + b;
-}
-inline Z add(Z a, Z b)
-{
-    return Z{a.real + b.real, a.imag + b.imag};
-}
-inline double sub(double a, double b)
-{
-    return a - b;
-}
-inline Z sub(Z a, Z b)
-{
-    return Z{a.real - b.real, a.imag - b.imag};
-}
+using namespace platform;
 
 // Below this many entries plus rows a product runs on the calling thread alone.
 constexpr long PARALLEL_MIN_WORK = 16384;
 // Most threads a product uses; their boundary rows live in arrays of this length on the stack.
 constexpr int MAX_THREADS = 256;
-
-// Software prefetch distance, in bytes of values: the hardware prefetchers alone leave the
-// streams of values and columns well below the bandwidth a triad reaches on one core.
-constexpr int PREFETCH_BYTES = 4096;
-// Cache lines of values prefetched per row: a row of a 2-D stencil holds about 40 bytes of real
-// values but 80 of complex ones.
-template <class V> constexpr int prefetchLines()
-{
-    return sizeof(V) > sizeof(double) ? 2 : 1;
-}
-
-// Prefetches the values and column PREFETCH_BYTES of values after entry p (not beyond last).
-template <class V> inline void prefetchAhead(const V* val, const int* col, int p, int last)
-{
-    constexpr int ahead = PREFETCH_BYTES / static_cast<int>(sizeof(V));
-    constexpr int line = 64 / static_cast<int>(sizeof(V));
-    const int q = last - p > ahead ? p + ahead : last;
-    for (int k = 0; k < prefetchLines<V>(); ++k)
-        __builtin_prefetch(val + q + k * line);
-    __builtin_prefetch(col + q);
-}
-
-// Prefetches the values and column PREFETCH_BYTES of values before entry p (not before 0).
-template <class V> inline void prefetchBehind(const V* val, const int* col, int p)
-{
-    constexpr int behind = PREFETCH_BYTES / static_cast<int>(sizeof(V));
-    constexpr int line = 64 / static_cast<int>(sizeof(V));
-    const int q = p > behind ? p - behind : 0;
-    for (int k = 0; k < prefetchLines<V>(); ++k)
-        __builtin_prefetch(val + q + k * line);
-    __builtin_prefetch(col + q);
-}
 
 bool isChar(const char* s, char lower)
 {
@@ -275,8 +173,8 @@ ALWAYS_INLINE inline void scatter(int m, V alpha, const V* val, const int* col, 
             addMul(y[col[p] - 1], val[p], ax);
     }
 }
-TARGET_CLONES void scatterOf(int m, double alpha, const double* val, const int* col,
-                             const int* ptr, const double* x, double* y)
+TARGET_CLONES void scatterOf(int m, double alpha, const double* val, const int* col, const int* ptr,
+                             const double* x, double* y)
 {
     scatter(m, alpha, val, col, ptr, x, y);
 }
@@ -353,72 +251,6 @@ void productTransposed(int m, V alpha, const V* val, const int* col, const int* 
                     addMul(y[c], val[p], ax);
             }
         }
-    }
-}
-
-// 1 / d, computed apart from the chain of dependent rows: the substitutions multiply by it.
-inline double recip(double d)
-{
-    return 1.0 / d;
-}
-inline Z recip(Z d)
-{
-    const double dd = d.real * d.real + d.imag * d.imag;
-    return Z{d.real / dd, -d.imag / dd};
-}
-
-// Lower solve T y = x, forward: y_i = (x_i - sum_{j<i} t_ij y_j) / t_ii. x may be y.
-// Each row depends on the one before through t_{i,i-1}; that term is taken from a register and
-// applied last, y_i = s r - (t_{i,i-1} r) y_{i-1} with r = 1 / t_ii, so that only one product
-// and one subtraction lie on the chain from row to row.
-template <class V>
-ALWAYS_INLINE inline void solveLower(int m, const V* val, const int* ptr, const int* col,
-                                     const V* x, V* y)
-{
-    const int last = m > 0 ? ptr[m] - 1 : 0;
-    V prev{}; // y_{i-1}
-    for (int i = 0; i < m; ++i) {
-        const int end = ptr[i + 1] - 1;
-        int p = ptr[i] - 1;
-        prefetchAhead(val, col, p, last);
-        V s = x[i];
-        for (; p < end && col[p] < i; ++p)
-            subMul(s, val[p], y[col[p] - 1]);
-        int q = p;
-        const bool near = q < end && col[q] == i; // t_{i,i-1}
-        if (near)
-            ++q;
-        const V r = recip(q < end && col[q] == i + 1 ? val[q] : V{});
-        V t = mul(s, r);
-        if (near)
-            subMul(t, mul(val[p], r), prev);
-        y[i] = prev = t;
-    }
-}
-
-// Upper solve T y = x, backward: y_i = (x_i - sum_{j>i} t_ij y_j) / t_ii. x may be y.
-// The term of t_{i,i+1} is kept out of the row-to-row chain as in solveLower.
-template <class V>
-ALWAYS_INLINE inline void solveUpper(int m, const V* val, const int* ptr, const int* col,
-                                     const V* x, V* y)
-{
-    V next{}; // y_{i+1}
-    for (int i = m - 1; i >= 0; --i) {
-        const int begin = ptr[i] - 1;
-        const int end = ptr[i + 1] - 1;
-        prefetchBehind(val, col, begin);
-        int q = end; // the strict upper part is [q, end) once the scan stops
-        while (q > begin && col[q - 1] > i + 1)
-            --q;
-        const V r = recip(q > begin && col[q - 1] == i + 1 ? val[q - 1] : V{});
-        const bool near = q < end && col[q] == i + 2; // t_{i,i+1}
-        V s = x[i];
-        for (int p = near ? q + 1 : q; p < end; ++p)
-            subMul(s, val[p], y[col[p] - 1]);
-        V t = mul(s, r);
-        if (near)
-            subMul(t, mul(val[q], r), next);
-        y[i] = next = t;
     }
 }
 
@@ -508,9 +340,9 @@ ALWAYS_INLINE inline void substitute(bool upper, bool trans, int m, const V* a, 
             solveLowerTransposed(m, a, ia, ja, x, y);
         }
     } else if (upper) {
-        solveUpper(m, a, ia, ja, x, y);
+        solveUpper(0, m, a, ia, ja, x, y, [](int) {});
     } else {
-        solveLower(m, a, ia, ja, x, y);
+        solveLower(0, m, a, ia, ja, x, y, [](int) {});
     }
 }
 TARGET_CLONES void substituteOf(bool upper, bool trans, int m, const double* a, const int* ia,

@@ -33,4 +33,32 @@ void mkl_dcsrtrsv(const char* uplo, const char* transa, const char* diag, const 
 void mkl_zcsrtrsv(const char* uplo, const char* transa, const char* diag, const int* m,
                   const PlatformComplex16* a, const int* ia, const int* ja,
                   const PlatformComplex16* x, PlatformComplex16* y);
+
+// Inspector-executor triangular solve (op "n", diag "n") on several threads. The inspector cuts
+// the triangle into chunks of consecutive rows that the threads take in turn; each thread solves
+// its chunks in row order and waits, row by row, only for the rows of other threads that the row
+// reads. Every row is computed exactly as by mkl_dcsrtrsv / mkl_zcsrtrsv, so the results are the
+// same bits. The plan holds no values: the executor takes them at each call.
+// The plan uses the OpenMP runtime's threads and allocates with malloc.
+struct PlatformTrsvPlan;
+// Analyses the "l" or "u" triangle of the one-based CSR pattern (m, ia, ja) for nthreads threads
+// (0: the OpenMP thread count, at most the number of processors). Null when one thread is asked
+// for, when the triangle offers too little parallelism to gain
+// from more, or when memory is short: the caller then solves on one thread.
+PlatformTrsvPlan* platform_csrtrsv_plan(const char* uplo, int m, const int* ia, const int* ja,
+                                        int nthreads);
+void platform_csrtrsv_plan_free(PlatformTrsvPlan* plan);
+// Threads the plan was made for.
+int platform_csrtrsv_plan_threads(const PlatformTrsvPlan* plan);
+// Solves T y = x with the values a of the pattern the plan was made for. x may be y. The plan
+// times a threaded and a one-thread solve now and then and takes the faster (same bits either
+// way), so it is changed by the call: one solve at a time per plan.
+void platform_dcsrtrsv_planned(PlatformTrsvPlan* plan, const double* a, const int* ia,
+                               const int* ja, const double* x, double* y);
+void platform_zcsrtrsv_planned(PlatformTrsvPlan* plan, const PlatformComplex16* a, const int* ia,
+                               const int* ja, const PlatformComplex16* x, PlatformComplex16* y);
+
+// Test hook: with a non-zero argument, plans are made for any triangle with enough rows, however
+// little the threads would gain, so that every pattern can drive the waits; 0 restores the rule.
+void platformTestForcePlans(int on);
 }

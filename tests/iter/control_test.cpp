@@ -1,6 +1,7 @@
 // The shared iteration frame: give-up monitor, start and end lines, step limit, shadow residual,
 // residual monitor and residual correction, for every solver.
 #include <gtest/gtest.h>
+#include <omp.h>
 
 #include <algorithm>
 #include <climits>
@@ -237,6 +238,25 @@ TEST_P(Frame, NoStepAllocatesWithThePreconditioner)
     Problem q(cplx ? complexConvDiff2d(12) : convDiff2d(12, 30.0), 144, cplx,
               "ITER_PREILU 1\nITER_RESOLVE 1e-300\n"); // out of reach in 20 steps
     expectNoStepAllocates(q, GetParam().fn);
+}
+
+TEST_P(Frame, TwoKernelThreadsAreDeterministicWithThePreconditioner)
+{
+    // Large enough for the factors' solves to run on two threads: the answers and traces of two
+    // solves are still the same bits.
+    const bool cplx = GetParam().cplx;
+    const int prev = omp_get_max_threads();
+    omp_set_num_threads(2);
+    Problem q(cplx ? complexConvDiff2d(200) : convDiff2d(200, 30.0), 40000, cplx,
+              "ITER_PREILU 1\nITER_MAXSTEP 30\nITER_STEPTRACE 1\nITER_RESOLVE 1e-300\n");
+    q.run(GetParam().fn);
+    const std::vector<std::string> out1 = q.out;
+    const std::vector<Cplx> x1 = values(q.x);
+    q.run(GetParam().fn);
+    omp_set_num_threads(prev);
+    EXPECT_EQ(q.out, out1);
+    EXPECT_EQ(memcmp(values(q.x).data(), x1.data(), x1.size() * sizeof(Cplx)), 0);
+    EXPECT_GT(out1.size(), 10u);
 }
 
 // Hands the monitor the norm hookSteps[step] where one is given, the true norm elsewhere.

@@ -1,0 +1,186 @@
+// Scalar arithmetic, prefetching and the row substitutions shared by the sparse BLAS stand-ins:
+// the one-thread solves and the pipelined solves run the same row arithmetic, so both give the
+// same bits.
+#pragma once
+
+#include "platform/sparse_blas.h"
+
+namespace platform {
+
+using Z = PlatformComplex16;
+
+#define ALWAYS_INLINE __attribute__((always_inline))
+// Hot loops get an AVX2 version beside the baseline one, chosen once when the library loads.
+#if defined(__x86_64__)
+#define TARGET_CLONES __attribute__((target_clones("avx2", "default")))
+#else
+#define TARGET_CLONES
+#endif
+
+// Scalar arithmetic written out: the complex forms are the plain textbook formulas, without the
+// NaN/infinity checks of std::complex; the reciprocal below is unscaled.
+inline bool isZero(double a)
+{
+    return a == 0.0;
+}
+inline bool isZero(Z a)
+{
+    return a.real == 0.0 && a.imag == 0.0;
+}
+inline double mul(double a, double b)
+{
+    return a * b;
+}
+inline Z mul(Z a, Z b)
+{
+    return Z{a.real * b.real - a.imag * b.imag, a.real * b.imag + a.imag * b.real};
+}
+inline void addMul(double& s, double a, double b)
+{
+    s += a * b;
+}
+// a b as the plain formula (ar br - ai bi, ar bi + ai br), computed on pairs of doubles.
+typedef double Pair __attribute__((vector_size(16)));
+inline Pair mulPair(Z a, Z b)
+{
+    const Pair bp = {b.real, b.imag};
+    const Pair bs = {b.imag, b.real};
+    const Pair p1 = a.real * bp;
+    const Pair p2 = a.imag * bs;
+    return Pair{p1[0] - p2[0], p1[1] + p2[1]};
+}
+inline void addMul(Z& s, Z a, Z b)
+{
+    const Pair t = Pair{s.real, s.imag} + mulPair(a, b);
+    s = Z{t[0], t[1]};
+}
+inline void subMul(double& s, double a, double b)
+{
+    s -= a * b;
+}
+inline void subMul(Z& s, Z a, Z b)
+{
+    const Pair t = Pair{s.real, s.imag} - mulPair(a, b);
+    s = Z{t[0], t[1]};
+}
+inline double add(double a, double b)
+{
+    return a + b;
+}
+inline Z add(Z a, Z b)
+{
+    return Z{a.real + b.real, a.imag + b.imag};
+}
+inline double sub(double a, double b)
+{
+    return a - b;
+}
+inline Z sub(Z a, Z b)
+{
+    return Z{a.real - b.real, a.imag - b.imag};
+}
+
+// Software prefetch distance, in bytes of values: the hardware prefetchers alone leave the
+// streams of values and columns well below the bandwidth a triad reaches on one core.
+constexpr int PREFETCH_BYTES = 4096;
+// Cache lines of values prefetched per row: a row of a 2-D stencil holds about 40 bytes of real
+// values but 80 of complex ones.
+template <class V> constexpr int prefetchLines()
+{
+    return sizeof(V) > sizeof(double) ? 2 : 1;
+}
+
+// Prefetches the values and column PREFETCH_BYTES of values after entry p (not beyond last).
+template <class V> inline void prefetchAhead(const V* val, const int* col, int p, int last)
+{
+    constexpr int ahead = PREFETCH_BYTES / static_cast<int>(sizeof(V));
+    constexpr int line = 64 / static_cast<int>(sizeof(V));
+    const int q = last - p > ahead ? p + ahead : last;
+    for (int k = 0; k < prefetchLines<V>(); ++k)
+        __builtin_prefetch(val + q + k * line);
+    __builtin_prefetch(col + q);
+}
+
+// Prefetches the values and column PREFETCH_BYTES of values before entry p (not before 0).
+template <class V> inline void prefetchBehind(const V* val, const int* col, int p)
+{
+    constexpr int behind = PREFETCH_BYTES / static_cast<int>(sizeof(V));
+    constexpr int line = 64 / static_cast<int>(sizeof(V));
+    const int q = p > behind ? p - behind : 0;
+    for (int k = 0; k < prefetchLines<V>(); ++k)
+        __builtin_prefetch(val + q + k * line);
+    __builtin_prefetch(col + q);
+}
+
+// 1 / d, computed apart from the chain of dependent rows: the substitutions multiply by it.
+inline double recip(double d)
+{
+    return 1.0 / d;
+}
+inline Z recip(Z d)
+{
+    const double dd = d.real * d.real + d.imag * d.imag;
+    return Z{d.real / dd, -d.imag / dd};
+}
+
+// Lower solve T y = x, forward, over rows [r0, r1): y_i = (x_i - sum_{j<i} t_ij y_j) / t_ii.
+// x may be y. ready(i) is called before row i reads anything (the pipelined solve waits there for
+// rows of other threads); rows before r0 are read from y.
+// Each row depends on the one before through t_{i,i-1}; that term is taken from a register and
+// applied last, y_i = s r - (t_{i,i-1} r) y_{i-1} with r = 1 / t_ii, so that only one product
+// and one subtraction lie on the chain from row to row.
+template <class V, class Ready>
+ALWAYS_INLINE inline void solveLower(int r0, int r1, const V* val, const int* ptr, const int* col,
+                                     const V* x, V* y, Ready ready)
+{
+    const int last = r1 > r0 ? ptr[r1] - 1 : 0;
+    V prev{}; // y_{i-1}
+    for (int i = r0; i < r1; ++i) {
+        ready(i);
+        const int end = ptr[i + 1] - 1;
+        int p = ptr[i] - 1;
+        prefetchAhead(val, col, p, last);
+        V s = x[i];
+        for (; p < end && col[p] < i; ++p)
+            subMul(s, val[p], y[col[p] - 1]);
+        int q = p;
+        const bool near = q < end && col[q] == i; // t_{i,i-1}
+        if (near)
+            ++q;
+        const V r = recip(q < end && col[q] == i + 1 ? val[q] : V{});
+        V t = mul(s, r);
+        if (near)
+            subMul(t, mul(val[p], r), i == r0 ? y[i - 1] : prev);
+        y[i] = prev = t;
+    }
+}
+
+// Upper solve T y = x, backward, over rows [r0, r1) from r1 - 1 down:
+// y_i = (x_i - sum_{j>i} t_ij y_j) / t_ii. x may be y; ready(i) as in solveLower, rows from r1
+// on are read from y. The term of t_{i,i+1} is kept out of the row-to-row chain as there.
+template <class V, class Ready>
+ALWAYS_INLINE inline void solveUpper(int r0, int r1, const V* val, const int* ptr, const int* col,
+                                     const V* x, V* y, Ready ready)
+{
+    V next{}; // y_{i+1}
+    for (int i = r1 - 1; i >= r0; --i) {
+        ready(i);
+        const int begin = ptr[i] - 1;
+        const int end = ptr[i + 1] - 1;
+        prefetchBehind(val, col, begin);
+        int q = end; // the strict upper part is [q, end) once the scan stops
+        while (q > begin && col[q - 1] > i + 1)
+            --q;
+        const V r = recip(q > begin && col[q - 1] == i + 1 ? val[q - 1] : V{});
+        const bool near = q < end && col[q] == i + 2; // t_{i,i+1}
+        V s = x[i];
+        for (int p = near ? q + 1 : q; p < end; ++p)
+            subMul(s, val[p], y[col[p] - 1]);
+        V t = mul(s, r);
+        if (near)
+            subMul(t, mul(val[q], r), i == r1 - 1 ? y[i + 1] : next);
+        y[i] = next = t;
+    }
+}
+
+} // namespace platform

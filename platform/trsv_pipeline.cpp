@@ -1,0 +1,475 @@
+// Pipelined triangular solves: see sparse_blas.h.
+//
+// The solve runs in steps: step s is row s of a lower triangle, row m - 1 - s of an upper one, so
+// that every row depends only on rows of earlier steps. The inspector measures the reach D of
+// the triangle, the largest distance in steps from a row back to the earliest row it reads (the
+// line length of a 2-D grid, the plane size of a 3-D one), cuts the steps into segments of D
+// steps and each segment into one piece per thread, and gives piece t of every segment to thread
+// t. A row then reads rows of its own piece, of the same thread's piece one segment back, or the
+// end of the piece before it in its segment: on a grid numbered line by line thread t follows
+// thread t - 1 by one piece, like a wavefront, and the threads stream their own rows.
+//
+// Each thread solves its pieces in step order and publishes how far it has come (every step of
+// its own up to the published one is done). Before a step reads rows of other threads, it waits
+// until each of those threads has published the latest such row; the waits are listed in step
+// order, one per other thread and step. A thread publishes before it waits, so no two threads
+// wait for each other. Progress is a release store read with acquire, so the rows it covers are
+// visible. That holds for any pattern; the reach only decides how much the threads overlap.
+//
+// The inspector also plays the schedule through with a simple cost per row and per wait that has
+// to stall; when that schedule would not beat one thread clearly, it gives no plan.
+#include <omp.h>
+#include <sched.h>
+
+#include <atomic>
+#include <climits>
+#include <cstdint>
+#include <cstdlib>
+
+#include "platform/sparse_arith.h"
+
+namespace {
+
+using namespace platform;
+
+// At step at, wait until thread owner has published step need. When that stalls, wait on to
+// ahead (a little further, but before the waiting step's own piece), so that the threads settle
+// apart and do not stall row by row.
+struct Wait {
+    int at;
+    int owner;
+    int need;
+    int ahead;
+};
+
+// Shortest piece: a piece costs a publication and, usually, a wait.
+constexpr int MIN_PIECE = 32;
+// A thread publishes its progress every this many steps inside a piece, and at its end.
+constexpr int PUBLISH_EVERY = 64;
+// How far beyond the step it needs a stalled thread waits.
+constexpr int STALL_AHEAD = 256;
+// Pause instructions a waiting thread spins before it yields its processor at every turn.
+constexpr int SPINS_BEFORE_YIELD = 64;
+// Most threads a plan serves.
+constexpr int MAX_PLAN_THREADS = 64;
+// Solves between two trials of the tuner: the first interval and the longest.
+constexpr int FIRST_INTERVAL = 16;
+constexpr int LONGEST_INTERVAL = 1024;
+// Below this many stored entries plus rows the threads cost more than they save.
+constexpr long MIN_WORK = 65536;
+// Estimated costs for the play-through, in units of one stored entry: a row, and a wait that
+// stalls (a cache line handed from one core to another).
+constexpr std::int64_t ROW_COST = 4;
+constexpr std::int64_t STALL_COST = 40;
+// A plan is made when its play-through takes at most this share of the one-thread time.
+constexpr double MAX_SHARE = 0.8;
+
+template <class T> T* allocN(long n)
+{
+    return static_cast<T*>(std::malloc(static_cast<size_t>(n > 0 ? n : 1) * sizeof(T)));
+}
+
+// The rows of one step: the stored entries of the triangle's row that lie off the diagonal on
+// the solved side, read as steps. Columns ascend within each row.
+class StepDeps {
+  public:
+    StepDeps(bool upper, int m, const int* ia, const int* ja)
+        : upper_(upper), m_(m), ia_(ia), ja_(ja)
+    {
+    }
+    int row(int s) const { return upper_ ? m_ - 1 - s : s; }
+    // Calls f(dependency step) for every row that step s reads.
+    template <class F> void each(int s, F f) const
+    {
+        const int r = row(s);
+        for (int p = ia_[r] - 1; p < ia_[r + 1] - 1; ++p) {
+            const int c = ja_[p] - 1;
+            if (upper_ ? c > r : c < r)
+                f(upper_ ? m_ - 1 - c : c);
+        }
+    }
+    // The earliest step that step s reads, or s when it reads none.
+    int earliest(int s) const
+    {
+        const int r = row(s);
+        if (ia_[r] == ia_[r + 1])
+            return s;
+        const int c = ja_[upper_ ? ia_[r + 1] - 2 : ia_[r] - 1] - 1;
+        if (upper_ ? c <= r : c >= r)
+            return s;
+        return upper_ ? m_ - 1 - c : c;
+    }
+    int entries(int s) const { return ia_[row(s) + 1] - ia_[row(s)]; }
+
+  private:
+    bool upper_;
+    int m_;
+    const int* ia_;
+    const int* ja_;
+};
+
+} // namespace
+
+// Chooses between the threaded and the one-thread solve, which give the same bits, by timing one
+// of each now and then: the threads gain only while they have the processors to themselves. The
+// trials grow rarer while their verdict holds.
+struct Tuner {
+    bool threaded = true; // the current choice
+    int trial = 2;        // 2: time the threaded solve next, 1: the one-thread solve, 0: none
+    int calls = 0;        // solves since the last trial
+    int interval = 0;     // solves between trials
+    double threadedTime = 0.0;
+};
+
+struct PlatformTrsvPlan {
+    bool upper;
+    int m;
+    int threads;
+    int chunks;      // pieces; piece c belongs to thread c % threads
+    int* chunkStart; // chunks + 1 steps
+    int nwaits;
+    Wait* waits; // in step order
+    Tuner tuner;
+};
+
+namespace {
+
+// Set by platformTestForcePlans.
+bool forcePlans = false;
+
+// Segments of the triangle's reach, each cut into one piece per thread, into plan->chunkStart.
+// false when the pieces would be too short or memory is short.
+bool cutPieces(PlatformTrsvPlan* plan, const StepDeps& deps)
+{
+    const int m = plan->m;
+    const int nt = plan->threads;
+    int reach = 1;
+    for (int s = 0; s < m; ++s) {
+        const int d = s - deps.earliest(s);
+        reach = d > reach ? d : reach;
+    }
+    if (reach / nt < (forcePlans ? 1 : MIN_PIECE))
+        return false;
+    const long segments = (m + static_cast<long>(reach) - 1) / reach;
+    plan->chunks = static_cast<int>(segments * nt);
+    plan->chunkStart = allocN<int>(plan->chunks + 1L);
+    if (plan->chunkStart == nullptr)
+        return false;
+    for (long k = 0; k < segments; ++k) {
+        for (int t = 0; t < nt; ++t) {
+            const long s = k * reach + static_cast<long>(reach) * t / nt;
+            plan->chunkStart[k * nt + t] = static_cast<int>(s < m ? s : m);
+        }
+    }
+    plan->chunkStart[plan->chunks] = m;
+    return true;
+}
+
+// The waits of every step, one per other thread whose rows it reads: counted in a first pass,
+// stored in a second. false when memory is short.
+bool listWaits(PlatformTrsvPlan* plan, const StepDeps& deps, const int* chunkOf)
+{
+    const int m = plan->m;
+    const int nt = plan->threads;
+    int latest[MAX_PLAN_THREADS];
+    for (int t = 0; t < nt; ++t)
+        latest[t] = -1;
+    long n = 0;
+    for (int pass = 0; pass < 2; ++pass) {
+        n = 0;
+        for (int s = 0; s < m; ++s) {
+            const int own = chunkOf[s] % nt;
+            bool any = false;
+            deps.each(s, [&](int d) {
+                const int o = chunkOf[d] % nt;
+                if (o != own && d > latest[o]) {
+                    latest[o] = d;
+                    any = true;
+                }
+            });
+            if (!any)
+                continue;
+            const int before = plan->chunkStart[chunkOf[s]] - 1; // the last step it may wait for
+            for (int t = 0; t < nt; ++t) {
+                if (latest[t] < 0)
+                    continue;
+                if (pass == 1) {
+                    const int ahead = latest[t] + STALL_AHEAD;
+                    plan->waits[n] = Wait{s, t, latest[t], ahead < before ? ahead : before};
+                }
+                latest[t] = -1;
+                ++n;
+            }
+        }
+        if (pass == 0) {
+            if (n > INT_MAX)
+                return false;
+            plan->waits = allocN<Wait>(n);
+            if (plan->waits == nullptr)
+                return false;
+        }
+    }
+    plan->nwaits = static_cast<int>(n);
+    return true;
+}
+
+// Plays the schedule through and tells whether it beats one thread by the required share.
+bool worthwhile(const PlatformTrsvPlan* plan, const StepDeps& deps, const int* chunkOf)
+{
+    if (forcePlans)
+        return true;
+    const int m = plan->m;
+    std::int64_t* finish = allocN<std::int64_t>(m);
+    if (finish == nullptr)
+        return false;
+    std::int64_t clock[MAX_PLAN_THREADS] = {};
+    std::int64_t serial = 0;
+    int w = 0;
+    for (int s = 0; s < m; ++s) {
+        const int own = chunkOf[s] % plan->threads;
+        std::int64_t t = clock[own];
+        for (; w < plan->nwaits && plan->waits[w].at == s; ++w) {
+            const std::int64_t ready = finish[plan->waits[w].need] + STALL_COST;
+            t = ready > t ? ready : t;
+        }
+        const std::int64_t cost = ROW_COST + deps.entries(s);
+        serial += cost;
+        finish[s] = clock[own] = t + cost;
+    }
+    std::free(finish);
+    std::int64_t span = 0;
+    for (int t = 0; t < plan->threads; ++t)
+        span = clock[t] > span ? clock[t] : span;
+    return static_cast<double>(span) <= MAX_SHARE * static_cast<double>(serial);
+}
+
+// Fills the pieces and waits of a new plan; false when there is no plan to be had.
+bool inspect(PlatformTrsvPlan* plan, const StepDeps& deps)
+{
+    if (!cutPieces(plan, deps))
+        return false;
+    int* chunkOf = allocN<int>(plan->m);
+    if (chunkOf == nullptr)
+        return false;
+    for (int c = 0; c < plan->chunks; ++c) {
+        for (int s = plan->chunkStart[c]; s < plan->chunkStart[c + 1]; ++s)
+            chunkOf[s] = c;
+    }
+    const bool ok = listWaits(plan, deps, chunkOf) && worthwhile(plan, deps, chunkOf);
+    std::free(chunkOf);
+    return ok;
+}
+
+// One thread's published progress, on a cache line of its own.
+struct alignas(64) Progress {
+    std::atomic<int> step;
+};
+
+inline void pause(int spins)
+{
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#endif
+    if (spins > SPINS_BEFORE_YIELD)
+        sched_yield(); // the thread waited for may not be running at all
+}
+
+// First wait at or after step s (binary search).
+int firstWait(const PlatformTrsvPlan* plan, int s)
+{
+    int lo = 0, hi = plan->nwaits;
+    while (lo < hi) {
+        const int mid = lo + (hi - lo) / 2;
+        if (plan->waits[mid].at < s) {
+            lo = mid + 1;
+        } else {
+            hi = mid;
+        }
+    }
+    return lo;
+}
+
+// The share of thread t: its pieces in order, each row after its waits.
+template <class V>
+ALWAYS_INLINE inline void runThread(const PlatformTrsvPlan* plan, int t, Progress* progress,
+                                    const V* a, const int* ia, const int* ja, const V* x, V* y)
+{
+    const int m = plan->m;
+    int seen[MAX_PLAN_THREADS];
+    for (int u = 0; u < plan->threads; ++u)
+        seen[u] = -1;
+    auto publish = [&](int s) { progress[t].step.store(s, std::memory_order_release); };
+    for (int c = t; c < plan->chunks; c += plan->threads) {
+        const int s0 = plan->chunkStart[c];
+        const int s1 = plan->chunkStart[c + 1];
+        int w = firstWait(plan, s0);
+        int nextAt = w < plan->nwaits ? plan->waits[w].at : INT_MAX;
+        auto ready = [&](int s) {
+            if (s > s0 && (s - s0) % PUBLISH_EVERY == 0)
+                publish(s - 1);
+            if (s != nextAt)
+                return;
+            for (; w < plan->nwaits && plan->waits[w].at == s; ++w) {
+                const Wait need = plan->waits[w];
+                if (seen[need.owner] >= need.need)
+                    continue;
+                publish(s - 1);
+                for (int spins = 0;; ++spins) {
+                    seen[need.owner] = progress[need.owner].step.load(std::memory_order_acquire);
+                    if (seen[need.owner] >= need.ahead)
+                        break;
+                    pause(spins);
+                }
+            }
+            nextAt = w < plan->nwaits ? plan->waits[w].at : INT_MAX;
+        };
+        if (plan->upper) {
+            solveUpper(m - s1, m - s0, a, ia, ja, x, y, [&](int i) { ready(m - 1 - i); });
+        } else {
+            solveLower(s0, s1, a, ia, ja, x, y, ready);
+        }
+        publish(s1 - 1);
+    }
+}
+
+TARGET_CLONES void runThreadOf(const PlatformTrsvPlan* plan, int t, Progress* progress,
+                               const double* a, const int* ia, const int* ja, const double* x,
+                               double* y)
+{
+    runThread(plan, t, progress, a, ia, ja, x, y);
+}
+TARGET_CLONES void runThreadOf(const PlatformTrsvPlan* plan, int t, Progress* progress, const Z* a,
+                               const int* ia, const int* ja, const Z* x, Z* y)
+{
+    runThread(plan, t, progress, a, ia, ja, x, y);
+}
+
+TARGET_CLONES void substituteAlone(bool upper, int m, const double* a, const int* ia, const int* ja,
+                                   const double* x, double* y)
+{
+    if (upper) {
+        solveUpper(0, m, a, ia, ja, x, y, [](int) {});
+    } else {
+        solveLower(0, m, a, ia, ja, x, y, [](int) {});
+    }
+}
+TARGET_CLONES void substituteAlone(bool upper, int m, const Z* a, const int* ia, const int* ja,
+                                   const Z* x, Z* y)
+{
+    if (upper) {
+        solveUpper(0, m, a, ia, ja, x, y, [](int) {});
+    } else {
+        solveLower(0, m, a, ia, ja, x, y, [](int) {});
+    }
+}
+
+template <class V>
+void solveThreaded(const PlatformTrsvPlan* plan, const V* a, const int* ia, const int* ja,
+                   const V* x, V* y)
+{
+    Progress progress[MAX_PLAN_THREADS];
+    for (int t = 0; t < plan->threads; ++t)
+        progress[t].step.store(-1, std::memory_order_relaxed);
+#pragma omp parallel num_threads(plan->threads)
+    {
+        const int t = omp_get_thread_num();
+        if (omp_get_num_threads() == plan->threads) {
+            runThreadOf(plan, t, progress, a, ia, ja, x, y);
+        } else if (t == 0) {
+            // Fewer threads than planned (a nested or limited runtime): the pieces of a missing
+            // thread would never be solved, so one thread solves them all in row order.
+            substituteAlone(plan->upper, plan->m, a, ia, ja, x, y);
+        }
+    }
+}
+
+template <class V>
+void solvePlanned(PlatformTrsvPlan* plan, const V* a, const int* ia, const int* ja, const V* x,
+                  V* y)
+{
+    Tuner& k = plan->tuner;
+    if (k.trial == 0 && ++k.calls >= k.interval) {
+        k.trial = 2;
+        k.calls = 0;
+    }
+    if (k.trial == 0) {
+        if (k.threaded) {
+            solveThreaded(plan, a, ia, ja, x, y);
+        } else {
+            substituteAlone(plan->upper, plan->m, a, ia, ja, x, y);
+        }
+        return;
+    }
+    const double start = omp_get_wtime();
+    if (k.trial == 2) {
+        solveThreaded(plan, a, ia, ja, x, y);
+        k.threadedTime = omp_get_wtime() - start;
+        k.trial = 1;
+        return;
+    }
+    substituteAlone(plan->upper, plan->m, a, ia, ja, x, y);
+    const bool threaded = k.threadedTime < omp_get_wtime() - start;
+    const bool held = threaded == k.threaded && k.interval > 0;
+    k.interval =
+        held ? (k.interval < LONGEST_INTERVAL ? 2 * k.interval : k.interval) : FIRST_INTERVAL;
+    k.threaded = threaded;
+    k.trial = 0;
+}
+
+} // namespace
+
+PlatformTrsvPlan* platform_csrtrsv_plan(const char* uplo, int m, const int* ia, const int* ja,
+                                        int nthreads)
+{
+    if (nthreads <= 0) {
+        const int procs = omp_get_num_procs();
+        nthreads = omp_in_parallel() ? 1 : omp_get_max_threads();
+        nthreads = nthreads > procs ? procs : nthreads;
+    }
+    if (nthreads < 2 || uplo == nullptr ||
+        (!forcePlans && static_cast<long>(ia[m]) - ia[0] + m < MIN_WORK))
+        return nullptr;
+    auto* plan = static_cast<PlatformTrsvPlan*>(std::calloc(1, sizeof(PlatformTrsvPlan)));
+    if (plan == nullptr)
+        return nullptr;
+    plan->tuner = Tuner{};
+    plan->upper = *uplo == 'u' || *uplo == 'U';
+    plan->m = m;
+    plan->threads = nthreads > MAX_PLAN_THREADS ? MAX_PLAN_THREADS : nthreads;
+    if (!inspect(plan, StepDeps(plan->upper, m, ia, ja))) {
+        platform_csrtrsv_plan_free(plan);
+        return nullptr;
+    }
+    return plan;
+}
+
+void platform_csrtrsv_plan_free(PlatformTrsvPlan* plan)
+{
+    if (plan == nullptr)
+        return;
+    std::free(plan->chunkStart);
+    std::free(plan->waits);
+    std::free(plan);
+}
+
+int platform_csrtrsv_plan_threads(const PlatformTrsvPlan* plan)
+{
+    return plan->threads;
+}
+
+void platform_dcsrtrsv_planned(PlatformTrsvPlan* plan, const double* a, const int* ia,
+                               const int* ja, const double* x, double* y)
+{
+    solvePlanned(plan, a, ia, ja, x, y);
+}
+
+void platform_zcsrtrsv_planned(PlatformTrsvPlan* plan, const PlatformComplex16* a, const int* ia,
+                               const int* ja, const PlatformComplex16* x, PlatformComplex16* y)
+{
+    solvePlanned(plan, a, ia, ja, x, y);
+}
+
+void platformTestForcePlans(int on)
+{
+    forcePlans = on != 0;
+}

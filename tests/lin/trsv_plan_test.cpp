@@ -1,0 +1,208 @@
+// Planned triangular solves on several threads: the same bits as the one-thread solve on every
+// pattern, plans only where they pay, and the fallbacks.
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "lin_util.h"
+#include "platform/sparse_blas.h"
+
+using lintest::Entry;
+using lintest::MatPtr;
+using lintest::VecPtr;
+
+namespace {
+
+// One triangle (diagonal included) of the upwind stencil on an nx x ny x nz grid numbered line
+// by line, with random off-diagonal values and a dominant diagonal, as CSR.
+ComLinMat* gridTriangle(int dataType, int nx, int ny, int nz, bool upper, unsigned seed)
+{
+    std::mt19937 gen(seed);
+    std::uniform_real_distribution<double> u(-1.0, -0.1);
+    const int n = nx * ny * nz;
+    const int strides[3] = {1, nx, nx * ny};
+    std::vector<Entry> e;
+    for (int z = 0; z < nz; ++z) {
+        for (int y = 0; y < ny; ++y) {
+            for (int x = 0; x < nx; ++x) {
+                const int i = x + nx * (y + ny * z);
+                const int at[3] = {x, y, z};
+                const int len[3] = {nx, ny, nz};
+                for (int d = 0; d < 3; ++d) {
+                    const bool has = upper ? at[d] + 1 < len[d] : at[d] > 0;
+                    if (has) {
+                        const int j = upper ? i + strides[d] : i - strides[d];
+                        e.push_back({i + 1, j + 1, {u(gen), dataType == LIN_REAL ? 0.0 : u(gen)}});
+                    }
+                }
+                e.push_back({i + 1, i + 1, {4.0 + u(gen), dataType == LIN_REAL ? 0.0 : 0.5}});
+            }
+        }
+    }
+    ComLinMat* m = lintest::makeCoo(dataType, n, e);
+    EXPECT_EQ(comLinMatChangeType(nullptr, m, MAT_CSR), 1);
+    return m;
+}
+
+// A random matrix of order n with a band of half-width band and a few far entries per row.
+ComLinMat* bandedRandom(int dataType, int n, int band, unsigned seed)
+{
+    std::mt19937 gen(seed);
+    std::uniform_real_distribution<double> u(-1.0, 1.0);
+    std::uniform_int_distribution<int> any(1, n);
+    std::vector<Entry> e;
+    for (int i = 1; i <= n; ++i) {
+        std::vector<int> cols = {i};
+        for (int k = 0; k < 3; ++k) {
+            const int c = i + std::uniform_int_distribution<int>(-band, band)(gen);
+            if (c >= 1 && c <= n)
+                cols.push_back(c);
+        }
+        if (i % 7 == 0)
+            cols.push_back(any(gen));
+        std::sort(cols.begin(), cols.end());
+        cols.erase(std::unique(cols.begin(), cols.end()), cols.end());
+        for (int c : cols) {
+            const double d = c == i ? 8.0 : 0.0;
+            e.push_back({i, c, {d + u(gen), dataType == LIN_REAL ? 0.0 : u(gen)}});
+        }
+    }
+    ComLinMat* m = lintest::makeCoo(dataType, n, e);
+    EXPECT_EQ(comLinMatChangeType(nullptr, m, MAT_CSR), 1);
+    return m;
+}
+
+bool sameBits(const ComLinVec* a, const ComLinVec* b)
+{
+    const size_t bytes = sizeof(double) * a->size * (a->dataType == LIN_REAL ? 1 : 2);
+    const double* da = a->dataType == LIN_REAL ? a->realData : a->compData;
+    const double* db = b->dataType == LIN_REAL ? b->realData : b->compData;
+    return std::memcmp(da, db, bytes) == 0;
+}
+
+// Solves with the plan many times (the plan switches between its threaded and one-thread ways
+// on its own) and in place, and checks every result against the one-thread solve bit for bit.
+void expectSameAsOneThread(const ComLinMat* a, int upper, PlatformTrsvPlan* plan)
+{
+    ASSERT_NE(plan, nullptr);
+    VecPtr x(lintest::randomVec(a->dataType, a->size, 7));
+    VecPtr want(comLinVecCreate(nullptr, a->dataType, a->size));
+    VecPtr got(comLinVecCreate(nullptr, a->dataType, a->size));
+    comLinMatTriSolv(nullptr, upper, a, 0, x.get(), want.get());
+    for (int call = 0; call < 40; ++call) {
+        comLinVecInit(nullptr, got.get(), ComComplex{0.0, 0.0});
+        comLinMatTriSolvPlanned(nullptr, upper, a, plan, x.get(), got.get());
+        ASSERT_TRUE(sameBits(got.get(), want.get())) << "call " << call;
+    }
+    comLinVecCopy(nullptr, x.get(), got.get());
+    comLinMatTriSolvPlanned(nullptr, upper, a, plan, got.get(), got.get());
+    EXPECT_TRUE(sameBits(got.get(), want.get())) << "in place";
+}
+
+struct ForcePlans {
+    ForcePlans() { platformTestForcePlans(1); }
+    ~ForcePlans() { platformTestForcePlans(0); }
+};
+
+} // namespace
+
+TEST(TriSolvPlan, GridTrianglesGiveTheOneThreadBitsOnTwoAndThreeThreads)
+{
+    struct Grid {
+        int nx, ny, nz;
+    };
+    for (const Grid g : {Grid{300, 300, 1}, Grid{40, 40, 40}, Grid{257, 3, 1}}) {
+        for (int dataType : {LIN_REAL, LIN_COMP}) {
+            for (int upper : {0, 1}) {
+                MatPtr a(gridTriangle(dataType, g.nx, g.ny, g.nz, upper != 0, 11));
+                for (int threads : {2, 3}) {
+                    SCOPED_TRACE(testing::Message()
+                                 << g.nx << "x" << g.ny << "x" << g.nz << " type " << dataType
+                                 << " upper " << upper << " threads " << threads);
+                    ForcePlans force; // the small grid would not pay on its own
+                    PlatformTrsvPlan* plan =
+                        platform_csrtrsv_plan(upper ? "u" : "l", a->size, a->row, a->col, threads);
+                    EXPECT_EQ(platform_csrtrsv_plan_threads(plan), threads);
+                    expectSameAsOneThread(a.get(), upper, plan);
+                    platform_csrtrsv_plan_free(plan);
+                }
+            }
+        }
+    }
+}
+
+TEST(TriSolvPlan, WaitsInEveryDirectionGiveTheOneThreadBits)
+{
+    // Random far entries make rows wait for other threads anywhere, in both directions.
+    ForcePlans force;
+    for (unsigned seed = 1; seed <= 6; ++seed) {
+        const int dataType = seed % 2 == 0 ? LIN_COMP : LIN_REAL;
+        MatPtr a(bandedRandom(dataType, 3000 + 37 * static_cast<int>(seed), 40, seed));
+        for (int upper : {0, 1}) {
+            for (int threads : {2, 3, 4}) {
+                SCOPED_TRACE(testing::Message()
+                             << "seed " << seed << " upper " << upper << " threads " << threads);
+                PlatformTrsvPlan* plan =
+                    platform_csrtrsv_plan(upper ? "u" : "l", a->size, a->row, a->col, threads);
+                expectSameAsOneThread(a.get(), upper, plan);
+                platform_csrtrsv_plan_free(plan);
+            }
+        }
+    }
+}
+
+TEST(TriSolvPlan, PlansOnlyWhereThreadsPay)
+{
+    // A large grid pays; a chain of dependent rows, a small matrix and one thread do not.
+    MatPtr grid(gridTriangle(LIN_REAL, 400, 400, 1, false, 3));
+    PlatformTrsvPlan* plan = platform_csrtrsv_plan("l", grid->size, grid->row, grid->col, 2);
+    EXPECT_NE(plan, nullptr);
+    platform_csrtrsv_plan_free(plan);
+    EXPECT_EQ(platform_csrtrsv_plan("l", grid->size, grid->row, grid->col, 1), nullptr);
+
+    MatPtr chain(gridTriangle(LIN_REAL, 200000, 1, 1, false, 3)); // bidiagonal
+    EXPECT_EQ(platform_csrtrsv_plan("l", chain->size, chain->row, chain->col, 2), nullptr);
+    MatPtr small(gridTriangle(LIN_REAL, 60, 60, 1, false, 3));
+    EXPECT_EQ(platform_csrtrsv_plan("l", small->size, small->row, small->col, 2), nullptr);
+
+    // The library's own entry follows the kernel thread count.
+    omp_set_num_threads(1);
+    EXPECT_EQ(comLinMatTriSolvPlan(nullptr, 0, grid.get()), nullptr);
+    omp_set_num_threads(2);
+    plan = comLinMatTriSolvPlan(nullptr, 0, grid.get());
+    EXPECT_EQ(plan != nullptr, omp_get_num_procs() >= 2);
+    comLinMatTriSolvPlanDelete(nullptr, plan);
+    comLinMatTriSolvPlanDelete(nullptr, nullptr);
+}
+
+TEST(TriSolvPlan, NullPlanAndNestedCallsSolveOnOneThread)
+{
+    MatPtr a(gridTriangle(LIN_COMP, 300, 300, 1, true, 5));
+    VecPtr x(lintest::randomVec(LIN_COMP, a->size, 9));
+    VecPtr want(comLinVecCreate(nullptr, LIN_COMP, a->size));
+    VecPtr got(comLinVecCreate(nullptr, LIN_COMP, a->size));
+    comLinMatTriSolv(nullptr, 1, a.get(), 0, x.get(), want.get());
+    comLinMatTriSolvPlanned(nullptr, 1, a.get(), nullptr, x.get(), got.get());
+    EXPECT_TRUE(sameBits(got.get(), want.get()));
+
+    // Inside a parallel region the inner region gets one thread: the plan's pieces are then all
+    // solved by that one thread instead of waiting for threads that never come.
+    PlatformTrsvPlan* plan = platform_csrtrsv_plan("u", a->size, a->row, a->col, 2);
+    ASSERT_NE(plan, nullptr);
+    const int nested = omp_get_max_active_levels();
+    omp_set_max_active_levels(1);
+    for (int call = 0; call < 4; ++call) {
+        comLinVecInit(nullptr, got.get(), ComComplex{0.0, 0.0});
+#pragma omp parallel num_threads(2)
+        {
+#pragma omp single
+            comLinMatTriSolvPlanned(nullptr, 1, a.get(), plan, x.get(), got.get());
+        }
+        EXPECT_TRUE(sameBits(got.get(), want.get())) << "call " << call;
+    }
+    omp_set_max_active_levels(nested);
+    platform_csrtrsv_plan_free(plan);
+}
