@@ -211,7 +211,7 @@ template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatO
             for (int q = dk + 1; q < q1; ++q) {
                 const int j = kc[q];
                 const S m = mul(kv[q], mult);
-                if (mark[j] != 0) {
+                if (__builtin_expect(mark[j] != 0, 1)) {
                     wv[j] = sub(wv[j], m);
                 } else if (mag(m) >= tau) {
                     wv[j] = neg(m);
