@@ -1,5 +1,5 @@
-// Scalar helpers of the two incomplete factorisations and their common last step, the
-// conversion of both factors to compressed rows.
+// Scalar helpers of the two incomplete factorisations and their common last step, the split of
+// the finished rows into both factors.
 #pragma once
 
 #include <cfloat>
@@ -81,14 +81,16 @@ inline double mag(const Cplx& a)
 {
     return std::sqrt(a.real() * a.real() + a.imag() * a.imag());
 }
-// True when every part lies strictly between -DBL_MIN and DBL_MIN (zero or subnormal).
+// True when every part lies strictly between -DBL_MIN and DBL_MIN (zero or subnormal). Tested
+// on the magnitude, without branches: the signs of factor entries are random, and a branch on
+// each comparison would be mispredicted half of the time.
 inline bool vanishing(double a)
 {
-    return a > -DBL_MIN && a < DBL_MIN;
+    return std::fabs(a) < DBL_MIN;
 }
 inline bool vanishing(const Cplx& a)
 {
-    return vanishing(a.real()) && vanishing(a.imag());
+    return (std::fabs(a.real()) < DBL_MIN) & (std::fabs(a.imag()) < DBL_MIN);
 }
 template <class S> S fromParts(double re, double im);
 template <> inline double fromParts<double>(double re, double)
@@ -102,78 +104,89 @@ template <> inline Cplx fromParts<Cplx>(double re, double im)
 
 using MatOwn = ComOwn<ComLinMat, comLinMatDelete>;
 
-// Fills a factor pair, created in sorted coordinate form, from the finished rows of an
-// elimination, row by row (a row's diagonal precedes its upper part): the entries of a row up to
-// its diagonal go to L (the pivot last), the entries from its diagonal on go to U divided by the
-// pivot (U's diagonal becoming pivot / pivot). Vanishing values are replaced by rev first and
-// counted, the diagonal once.
+// Fills a factor pair, created in compressed rows with their final sizes, from the finished rows
+// of an elimination, row by row: the entries of a row up to its diagonal go to L (the pivot last),
+// the entries from its diagonal on go to U divided by the pivot (U's diagonal becoming
+// pivot / pivot). Vanishing values are replaced by rev first and counted, the diagonal once.
 template <class S> class FactorSplit {
 public:
     FactorSplit(ComLinMat& l, ComLinMat& u, S rev)
-        : lr_(l.row), lc_(l.col), ur_(u.row), uc_(u.col), lv_(matValues<S>(l)),
+        : lp_(l.row), lc_(l.col), up_(u.row), uc_(u.col), lv_(matValues<S>(l)),
           uv_(matValues<S>(u)), lEnd_(l.dataNum), uEnd_(u.dataNum), rev_(rev)
     {
     }
 
-    // Row i: len values with ascending columns col[p] - base (0-based), its diagonal among
-    // them. Returns false when the row does not fit in the factors.
-    bool addRow(int i, const int* col, int base, const S* val, int len)
+    // The next row: len values with ascending columns col[t] + shift (1-based after the shift),
+    // its diagonal at offset d. Returns false when the row does not fit in the factors.
+    bool addRow(const int* col, int shift, const S* val, int d, int len)
     {
-        long pl = pl_, pu = pu_;
-        const int diag = i + base; // the diagonal's column as stored in col
-        S pivot{};
-        for (int p = 0; p < len; ++p) {
-            S v = val[p];
-            if (vanishing(v)) {
-                v = rev_;
-                ++replaced_;
-            }
-            const int c = col[p];
-            if (c <= diag) {
-                if (pl == lEnd_)
-                    return false;
-                lr_[pl] = i + 1;
-                lc_[pl] = c - base + 1;
-                lv_[pl++] = v;
-            }
-            if (c == diag)
-                pivot = v;
-            if (c >= diag) {
-                if (pu == uEnd_)
-                    return false;
-                ur_[pu] = i + 1;
-                uc_[pu] = c - base + 1;
-                uv_[pu++] = quot(v, pivot);
-            }
+        if (pl_ + d + 1 > lEnd_ || pu_ + len - d > uEnd_)
+            return false;
+        lp_[row_] = static_cast<int>(pl_ + 1);
+        up_[row_] = static_cast<int>(pu_ + 1);
+        ++row_;
+        int* lc = lc_ + pl_;
+        S* lv = lv_ + pl_;
+        long replaced = 0;
+        for (int t = 0; t < d; ++t) {
+            lc[t] = col[t] + shift;
+            lv[t] = replace(val[t], replaced);
         }
-        pl_ = pl;
-        pu_ = pu;
+        const S pivot = replace(val[d], replaced);
+        lc[d] = col[d] + shift;
+        lv[d] = pivot;
+        int* uc = uc_ + pu_ - d;
+        S* uv = uv_ + pu_ - d;
+        uc[d] = col[d] + shift;
+        uv[d] = quot(pivot, pivot);
+        for (int t = d + 1; t < len; ++t) {
+            uc[t] = col[t] + shift;
+            uv[t] = quot(replace(val[t], replaced), pivot);
+        }
+        pl_ += d + 1;
+        pu_ += len - d;
+        replaced_ += replaced;
         return true;
     }
-    // Whether every entry of both factors has been written.
-    bool full() const { return pl_ == lEnd_ && pu_ == uEnd_; }
+    // Ends the row pointers after the last row; whether every entry of both factors has been
+    // written.
+    bool finish()
+    {
+        lp_[row_] = static_cast<int>(pl_ + 1);
+        up_[row_] = static_cast<int>(pu_ + 1);
+        return pl_ == lEnd_ && pu_ == uEnd_;
+    }
     long replaced() const { return replaced_; }
 
 private:
-    int *lr_, *lc_, *ur_, *uc_;
+    S replace(const S& v, long& count) const
+    {
+        const bool small = vanishing(v);
+        count += small;
+        return small ? rev_ : v;
+    }
+
+    int *lp_, *lc_, *up_, *uc_;
     S *lv_, *uv_;
     long lEnd_, uEnd_;
     S rev_;
+    int row_ = 0;
     long pl_ = 0, pu_ = 0, replaced_ = 0;
 };
 
-// Converts both factors to compressed rows and hands them to the caller. On failure the factors
-// are deleted and the error line written.
-inline int iluFinish(KwilHandle* handle, MatOwn& l, MatOwn& u, const char* tag, ComLinMat** lOut,
-                     ComLinMat** uOut)
+// Creates both factors in compressed rows, n + nL and n + nU entries; on failure neither is kept.
+inline bool createFactors(KwilHandle* handle, const ComLinMat& a, long nL, long nU, MatOwn& l,
+                          MatOwn& u)
 {
-    if (comLinMatChangeType(handle, l.get(), MAT_CSR) == 0 ||
-        comLinMatChangeType(handle, u.get(), MAT_CSR) == 0) {
-        return comErr(handle, "Change mat type error in %s solver", tag);
+    const int n = a.size;
+    l.reset(comLinMatCreate(handle, MAT_CSR, a.dataType, n, static_cast<int>(n + nL)));
+    if (l)
+        u.reset(comLinMatCreate(handle, MAT_CSR, a.dataType, n, static_cast<int>(n + nU)));
+    if (!l || !u) {
+        l.reset(nullptr);
+        return false;
     }
-    *lOut = l.release();
-    *uOut = u.release();
-    return 1;
+    return true;
 }
 
 } // namespace prec

@@ -119,7 +119,7 @@ int heapPop(int* heap, int& count)
 
 constexpr const char* allocError = "Alloc error in ILU fill-in solver";
 
-// Factorises A with fill-in and splits the result into L and U (sorted coordinate form).
+// Factorises A with fill-in and splits the result into L and U (compressed rows).
 template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatOwn& l, MatOwn& u)
 {
     using namespace kwil::prec;
@@ -211,7 +211,7 @@ template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatO
             for (int q = dk + 1; q < q1; ++q) {
                 const int j = kc[q];
                 const S m = mul(kv[q], mult);
-                if (mark[j] != 0) {
+                if (__builtin_expect(mark[j] != 0, 1)) {
                     wv[j] = sub(wv[j], m);
                 } else if (mag(m) >= tau) {
                     wv[j] = neg(m);
@@ -258,20 +258,15 @@ template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatO
 
     // Split into L (lower entries and pivots) and U (diagonal and upper entries divided by the
     // pivot); vanishing entries become ILU_REV_DIAGZERO_VAL first, the diagonal counted once.
-    l.reset(comLinMatCreate(handle, MAT_SORTED, a.dataType, n, static_cast<int>(n + nL)));
-    if (l)
-        u.reset(comLinMatCreate(handle, MAT_SORTED, a.dataType, n, static_cast<int>(n + nU)));
-    if (!l || !u) {
-        l.reset(nullptr);
+    if (!createFactors(handle, a, nL, nU, l, u))
         return comErr(handle, "Alloc matrix error in ILU fill-in solver");
-    }
     const double revVal = comOptDbl(handle, OPT_ILU_REV_DIAGZERO_VAL);
     FactorSplit<S> split(*l, *u, fromParts<S>(revVal, 0.0));
     for (int i = 0; i < n; ++i) {
-        if (!split.addRow(i, rc[i], 0, rv[i], rl[i]))
+        if (!split.addRow(rc[i], 1, rv[i], rd[i], rl[i]))
             break; // checked below
     }
-    comAssert(handle, split.full(), "LU number unmatch in ILU fill-in solver");
+    comAssert(handle, split.finish(), "LU number unmatch in ILU fill-in solver");
     if (split.replaced() > 0)
         comTrace(handle, "ILU fill-in rev diag zero %d %.4e", static_cast<int>(split.replaced()),
                  revVal);
@@ -287,8 +282,9 @@ int ILUFillIn(KwilHandle* handle, const ComLinMat* a, ComLinMat** l, ComLinMat**
                                            : fillInFactor<kwil::prec::Cplx>(handle, *a, lo, up);
     if (ok == 0)
         return 0;
-    // The work storage is gone; the factors become compressed rows.
-    return kwil::prec::iluFinish(handle, lo, up, "ILU fill-in", l, u);
+    *l = lo.release();
+    *u = up.release();
+    return 1;
 }
 
 void ILUFillInFreeColData(KwilHandle* handle, ILUFillInColData** rowHead, int n)

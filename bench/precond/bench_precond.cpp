@@ -128,7 +128,7 @@ void bench(const std::string& name, const ComLinMat& a, int reps, bool withRef)
     th.intOpt[OPT_ILU_FILLIN] = 0;
     const double apply0 = timeApply(h, a, reps);
     const double solv0 = timeIluSolv(h, a, reps);
-    printf("| %s | %d | %d | ILU0 | %ld | %.2f | %.2f | 1.00 | %ld | %.2f | %.2f | %.2f |\n",
+    printf("| %s | %d | %d | ILU0 | %ld | %.3f | %.2f | 1.00 | %ld | %.2f | %.2f | %.2f |\n",
            name.c_str(), a.size, a.dataNum, r0.entries, 1e3 * r0.seconds, nsPer0, r0.updates,
            1e9 * r0.seconds / std::max(1L, r0.updates), 1e3 * apply0, 1e3 * solv0);
     for (double t : {1e-3, 1e-4}) {
