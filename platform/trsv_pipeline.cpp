@@ -52,7 +52,9 @@ constexpr int STALL_AHEAD = 256;
 constexpr int SPINS_BEFORE_YIELD = 64;
 // Most threads a plan serves.
 constexpr int MAX_PLAN_THREADS = 64;
-// Solves between two trials of the tuner: the first interval and the longest.
+// Solves in one trial of the tuner (even), and solves between two trials: the first interval
+// and the longest.
+constexpr int TRIAL_SOLVES = 4;
 constexpr int FIRST_INTERVAL = 16;
 constexpr int LONGEST_INTERVAL = 1024;
 // Below this many stored entries plus rows the threads cost more than they save.
@@ -110,15 +112,18 @@ class StepDeps {
 
 } // namespace
 
-// Chooses between the threaded and the one-thread solve, which give the same bits, by timing one
-// of each now and then: the threads gain only while they have the processors to themselves. The
-// trials grow rarer while their verdict holds.
+// Chooses between the threaded and the one-thread solve, which give the same bits, by timing
+// them now and then: the threads gain only while they have the processors to themselves. A trial
+// takes TRIAL_SOLVES solves, alternately threaded and alone, and compares the fastest of each
+// way (the first solve after a pause pays for waking the threads). Trials grow rarer while their
+// verdict holds.
 struct Tuner {
     bool threaded = true; // the current choice
-    int trial = 2;        // 2: time the threaded solve next, 1: the one-thread solve, 0: none
+    int trial = 0;        // solves left in the running trial, 0 when none runs
     int calls = 0;        // solves since the last trial
-    int interval = 0;     // solves between trials
-    double threadedTime = 0.0;
+    int interval = 0;     // solves between trials; 0 starts with a trial
+    double bestThreaded = 0.0;
+    double bestAlone = 0.0;
 };
 
 struct PlatformTrsvPlan {
@@ -383,37 +388,45 @@ void solveThreaded(const PlatformTrsvPlan* plan, const V* a, const int* ia, cons
     }
 }
 
+// Solves T y = x threaded or alone and returns the time it took.
+template <class V>
+double timedSolve(const PlatformTrsvPlan* plan, bool threaded, const V* a, const int* ia,
+                  const int* ja, const V* x, V* y)
+{
+    const double start = omp_get_wtime();
+    if (threaded) {
+        solveThreaded(plan, a, ia, ja, x, y);
+    } else {
+        substituteAlone(plan->upper, plan->m, a, ia, ja, x, y);
+    }
+    return omp_get_wtime() - start;
+}
+
 template <class V>
 void solvePlanned(PlatformTrsvPlan* plan, const V* a, const int* ia, const int* ja, const V* x,
                   V* y)
 {
     Tuner& k = plan->tuner;
-    if (k.trial == 0 && ++k.calls >= k.interval) {
-        k.trial = 2;
+    if (k.trial == 0 && k.calls++ >= k.interval) {
+        k.trial = TRIAL_SOLVES;
         k.calls = 0;
+        k.bestThreaded = k.bestAlone = 1e300;
     }
     if (k.trial == 0) {
-        if (k.threaded) {
-            solveThreaded(plan, a, ia, ja, x, y);
-        } else {
-            substituteAlone(plan->upper, plan->m, a, ia, ja, x, y);
-        }
+        timedSolve(plan, k.threaded, a, ia, ja, x, y);
         return;
     }
-    const double start = omp_get_wtime();
-    if (k.trial == 2) {
-        solveThreaded(plan, a, ia, ja, x, y);
-        k.threadedTime = omp_get_wtime() - start;
-        k.trial = 1;
+    const bool threaded = k.trial % 2 == 0;
+    const double t = timedSolve(plan, threaded, a, ia, ja, x, y);
+    double& best = threaded ? k.bestThreaded : k.bestAlone;
+    best = t < best ? t : best;
+    if (--k.trial > 0)
         return;
-    }
-    substituteAlone(plan->upper, plan->m, a, ia, ja, x, y);
-    const bool threaded = k.threadedTime < omp_get_wtime() - start;
-    const bool held = threaded == k.threaded && k.interval > 0;
+    const bool faster = k.bestThreaded < k.bestAlone;
+    const bool held = faster == k.threaded && k.interval > 0;
     k.interval =
         held ? (k.interval < LONGEST_INTERVAL ? 2 * k.interval : k.interval) : FIRST_INTERVAL;
-    k.threaded = threaded;
-    k.trial = 0;
+    k.threaded = faster;
 }
 
 } // namespace
