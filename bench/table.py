@@ -2,9 +2,12 @@
 
 Called by bench/run, which builds everything first. Every figure is the median of --repeat runs
 made in this one invocation, so ratios between rows compare like with like on this machine.
+Four sections: the sparse kernels against a triad, the ILU factorisations, the Krylov solvers
+and the direct solve, each against its peers on the same matrices and right-hand sides.
 """
 import argparse
 import csv
+import json
 import os
 import re
 import statistics
@@ -14,12 +17,29 @@ import sys
 FULL = [("cd2d", 300), ("cd2d", 500), ("cd2d", 1000), ("cd3d", 40), ("cd3d", 60), ("cd3d", 100),
         ("helm", 300), ("helm", 700)]
 QUICK = [("cd2d", 300), ("cd3d", 40), ("helm", 300)]
-SOLVERS = {0: "stab", 1: "safe", 2: "stab-l", 10: "direct"}
+# The direct solve fills in far more than the iterative ones: it runs on the problems whose
+# factorisation takes seconds, not minutes.
+DIRECT = {"cd2d300", "cd2d500", "cd3d40", "helm300"}
+SCIPY_DIRECT_SKIP = set()
+SOLVERS = {0: "stab", 1: "safe", 2: "stab-l(2)"}
+TOL = "1e-10"
+# Runs of more than this many seconds are repeated only once (--repeat-big).
+BIG_SECONDS = 60.0
 
 
-def sh(cmd, cwd=None, timeout=3600):
-    r = subprocess.run(cmd, cwd=cwd, capture_output=True, text=True, timeout=timeout)
+def sh(cmd, timeout=3600, env=None):
+    try:
+        r = subprocess.run(cmd, capture_output=True, text=True, timeout=timeout, env=env)
+    except subprocess.TimeoutExpired:
+        return 124, "timeout"
     return r.returncode, r.stdout + r.stderr
+
+
+def one_thread_env():
+    env = dict(os.environ)
+    env["OMP_NUM_THREADS"] = "1"
+    env["OPENBLAS_NUM_THREADS"] = "1"
+    return env
 
 
 def generate(out, kind, n):
@@ -35,6 +55,7 @@ def real_matrices(out, catalog, lo_rows):
     """The real general or symmetric matrices above lo_rows rows, each with b = A·1."""
     probs = []
     if not os.path.exists(catalog):
+        print(f"(no matrix catalogue at {catalog}: the real matrices are left out)")
         return probs
     base = os.path.dirname(catalog)
     with open(catalog) as f:
@@ -59,9 +80,125 @@ def real_matrices(out, catalog, lo_rows):
     return probs
 
 
+def median(vals):
+    vals = [v for v in vals if v is not None and v == v]
+    return statistics.median(vals) if vals else float("nan")
+
+
+def repeat(args, fn):
+    """fn() run --repeat times; once only when the first run is longer than BIG_SECONDS and
+    --repeat-big allows it. Returns the runs (None for a failed one)."""
+    first = fn()
+    runs = [first]
+    n = args.repeat
+    if first is not None and first.get("wall", 0.0) > BIG_SECONDS:
+        n = min(n, args.repeat_big)
+    runs += [fn() for _ in range(n - 1)]
+    return runs
+
+
+def table_head(title, cols):
+    print(f"\n## {title}\n", flush=True)
+    print("| " + " | ".join(cols) + " |")
+    print("|" + "---|" * len(cols), flush=True)
+
+
+def table_row(*cells):
+    print("| " + " | ".join(str(c) for c in cells) + " |", flush=True)
+
+
+def fmt(x, spec):
+    return "n/a" if x != x else format(x, spec)
+
+
+# ---------------------------------------------------------------------------------------------
+# Kernels
+
+KERNEL_NAMES = {"product": "product", "transposed": "transposed product",
+                "lowerSolve": "lower solve", "upperSolve": "upper solve"}
+
+
+def kernels(args):
+    exe = f"{args.build}/bench/kernels/kernels_bench"
+    if not os.access(exe, os.X_OK):
+        print("(kernels_bench not built)")
+        return
+    out = f"{args.out}/kernels.json"
+    # The large matrix only (1.21 M rows, memory bound); the cached one measures instructions.
+    code, text = sh([exe, "--benchmark_filter=/1100/", f"--benchmark_repetitions={args.repeat}",
+                     f"--benchmark_out={out}", "--benchmark_out_format=json"])
+    if code:
+        print(f"(kernels_bench failed: {text[-500:]})")
+        return
+    runs = {}
+    for b in json.load(open(out))["benchmarks"]:
+        if b.get("run_type") != "iteration":
+            continue
+        name, _, _, dt, threads = b["name"].split("/")[:5]
+        key = (KERNEL_NAMES[name], "real" if dt == "0" else "complex", int(threads))
+        runs.setdefault(key, []).append(b)
+    table_head("Kernels (5-point operator on a 1100 x 1100 grid, 1.21 M rows; GB/s best call of a "
+               "run, triad interleaved with the calls; median of the runs)",
+               ["kernel", "data", "threads", "runs", "GB/s", "triad GB/s", "ratio to triad"])
+    order = list(KERNEL_NAMES.values())
+    for key in sorted(runs, key=lambda k: (order.index(k[0]), k[1] != "real", k[2])):
+        r = runs[key]
+        table_row(key[0], key[1], key[2], len(r), f"{median([b['GB/s'] for b in r]):.1f}",
+                  f"{median([b['triadGB/s'] for b in r]):.1f}",
+                  f"{median([b['ratio'] for b in r]):.2f}")
+
+
+# ---------------------------------------------------------------------------------------------
+# ILU factorisations
+
+def ilu_lines(cmd, env=None):
+    """{method: (fill, [times])} from the key=value lines of an ILU driver."""
+    code, text = sh(cmd, env=env)
+    res = {}
+    for m in re.finditer(r"method=(\S+) n=(\d+) nnz=(\d+) fill=(-?\d+) times=(\S+)", text):
+        res[m.group(1)] = (int(m.group(4)), [float(t) for t in m.group(5).split(",")])
+        res["size"] = (int(m.group(2)), int(m.group(3)))
+    return res
+
+
+def ilu(args, probs):
+    table_head("ILU factorisation (one thread; ms = median of the timed runs, thread CPU time, "
+               "after one untimed run; fill = stored entries of L and U)",
+               ["problem", "n", "nnz", "method", "fill", "fill / nnz", "runs", "ms",
+                "ratio to kwil ILU(0)"])
+    env = one_thread_env()
+    for name, a, _, is_complex in probs:
+        rep = str(args.repeat)
+        rows = []
+        kw = ilu_lines([f"{args.build}/bench/table/table_ilu", rep, a], env)
+        for key, label in (("ilu0", "kwil ILU(0)"), ("fill1e-3", "kwil fill-in 1e-3"),
+                           ("fill1e-4", "kwil fill-in 1e-4")):
+            rows.append((label, kw.get(key)))
+        petsc = f"{args.out}/petsc_ilu_complex" if is_complex else f"{args.out}/petsc_ilu"
+        if os.access(petsc, os.X_OK):
+            rows.append(("PETSc ILU(0)", ilu_lines([petsc, rep, a], env).get("ilu0")))
+        eig = ilu_lines([f"{args.out}/eigen_ilut", rep, a, "1e-3", "1e-4"], env)
+        rows.append(("Eigen IncompleteLUT 1e-3", eig.get("ilut1e-3")))
+        rows.append(("Eigen IncompleteLUT 1e-4", eig.get("ilut1e-4")))
+        n, nnz = kw.get("size", (0, 0))  # entries after the mirror of a symmetric file
+        base = median(kw["ilu0"][1]) if "ilu0" in kw else float("nan")
+        for label, r in rows:
+            if r is None:
+                table_row(name, n, nnz, label, "failed", "", "", "", "")
+                continue
+            fill, times = r
+            t = median(times)
+            table_row(name, n, nnz, label, fill if fill >= 0 else "n/a",
+                      f"{fill / nnz:.2f}" if fill >= 0 and nnz else "n/a", len(times),
+                      f"{1e3 * t:.2f}", f"{t / base:.2f}")
+
+
+# ---------------------------------------------------------------------------------------------
+# Krylov solvers
+
 def kwil_run(build, a, b, solver, threads, extra=()):
     cmd = [f"{build}/tools/kwil-solve", "--expand-symmetric", "-b", b, "-s", "TRACE=1",
-           "-s", f"SOLVER={solver}", "-s", f"THREADS={threads}", "-s", "ITER_RESOLVE=1e-10",
+           "-s", f"SOLVER={solver}", "-s", f"THREADS={threads}", "-s", f"ITER_RESOLVE={TOL}",
            "-s", "ITER_MAXSTEP=20000", "-s", "CHECK_RESULT_LIM=0"]
     for e in extra:
         cmd += ["-s", e]
@@ -69,62 +206,110 @@ def kwil_run(build, a, b, solver, threads, extra=()):
     t = re.search(r"Time Solver: \n.*omtime ([0-9.]+)s", text)
     steps = re.search(r"Iter \S+ end \d+ step (\d+)", text)
     rel = re.search(r"Check solver result norm rel (\S+) abs", text)
-    return {"ok": code == 0, "time": float(t.group(1)) if t else float("nan"),
+    res = re.search(r"^\s+result\s+(.+)$", text, re.M)
+    return {"ok": code == 0, "wall": float(t.group(1)) if t else float("nan"),
             "steps": int(steps.group(1)) if steps else 0,
-            "rel": float(rel.group(1)) if rel else float("nan")}
+            "rel": float(rel.group(1)) if rel else float("nan"),
+            "end": res.group(1).strip() if res else f"exit {code}"}
 
 
-def peer_run(cmd):
-    code, text = sh(cmd)
+def peer_run(cmd, env=None):
+    code, text = sh(cmd, env=env)
     m = re.search(r"steps=(\d+) factor=(\S+) solve=(\S+) per_step=(\S+) relres=(\S+)", text)
     if not m:
         return None
+    reason = re.search(r"reason=(\S+)", text)
     return {"steps": int(m.group(1)), "factor": float(m.group(2)), "solve": float(m.group(3)),
-            "rel": float(m.group(5))}
+            "rel": float(m.group(5)), "wall": float(m.group(2)) + float(m.group(3)),
+            "end": reason.group(1) if reason else ("ok" if code == 0 else f"exit {code}")}
 
 
-def median(runs, key):
-    vals = [r[key] for r in runs if r is not None]
-    return statistics.median(vals) if vals else float("nan")
+def solver_row(name, method, threads, runs, per_step_of):
+    good = [r for r in runs if r is not None]
+    if not good:
+        table_row(name, method, threads, "failed", "", "", "", "", "")
+        return
+    steps = good[0]["steps"]
+    total = median([r["wall"] for r in good])
+    per = per_step_of(good, steps)
+    # kwil's step time is the solve less the median set-up (ILU and one application): on short
+    # solves the noise of the two medians can exceed the steps, and no figure is printed then.
+    table_row(name, method, threads, len(good), steps, f"{total:.3f}",
+              fmt(1e3 * per, ".3f") if steps and per > 0 else "n/a", f"{median([r['rel'] for r in good]):.2e}",
+              good[0]["end"])
 
 
-def row(prob, method, threads, steps, total, per_step, rel):
-    print(f"| {prob} | {method} | {threads} | {steps} | {total:.3f} | {per_step * 1e3:.3f} "
-          f"| {rel:.2e} |", flush=True)
-
-
-def bench_problem(args, name, a, b, is_complex):
-    rep = args.repeat
-    solvers = [0, 2, 10] if is_complex else [0, 1, 10]
+def solvers(args, name, a, b, is_complex):
+    kw = [0, 2] if is_complex else [0, 1]
     for threads in args.threads:
-        setup = [kwil_run(args.build, a, b, 20, threads) for _ in range(rep)]
-        t_setup = median(setup, "time")
-        for s in solvers:
-            runs = [kwil_run(args.build, a, b, s, threads) for _ in range(rep)]
-            steps = runs[0]["steps"]
-            total = median(runs, "time")
-            per = (total - t_setup) / steps if steps else 0.0
-            row(name, f"kwil {SOLVERS[s]}", threads, steps, total, per, median(runs, "rel"))
-    if not is_complex:
-        for method in ("bcgs",):
-            runs = [peer_run([f"{args.out}/petsc_solve", a, b, method, "2", "1e-10"])
-                    for _ in range(rep)]
-            if runs[0]:
-                total = median(runs, "factor") + median(runs, "solve")
-                row(name, f"petsc {method}+ilu0", 1, runs[0]["steps"], total,
-                    median(runs, "solve") / max(runs[0]["steps"], 1), median(runs, "rel"))
-    runs = [peer_run([f"{args.out}/eigen_solve", a, b, "1e-10", "1e-3"]) for _ in range(rep)]
-    if runs[0]:
-        total = median(runs, "factor") + median(runs, "solve")
-        row(name, "eigen bicgstab+ilut", 1, runs[0]["steps"], total,
-            median(runs, "solve") / max(runs[0]["steps"], 1), median(runs, "rel"))
-    for method, extra in (("bicgstab", ["1e-10", "1e-4"]), ("spsolve", [])):
-        runs = [peer_run(["/usr/bin/python3", "bench/peers/scipy_solve.py", a, b, method] + extra)
-                for _ in range(rep)]
-        if runs[0]:
-            total = median(runs, "factor") + median(runs, "solve")
-            per = median(runs, "solve") / runs[0]["steps"] if runs[0]["steps"] else 0.0
-            row(name, f"scipy {method}", 1, runs[0]["steps"], total, per, median(runs, "rel"))
+        setup = repeat(args, lambda: kwil_run(args.build, a, b, 20, threads))
+        t_setup = median([r["wall"] for r in setup])
+        for s in kw:
+            extra = ["STABL_L=2"] if s == 2 else []
+            runs = repeat(args, lambda: kwil_run(args.build, a, b, s, threads, extra))
+            solver_row(name, f"kwil {SOLVERS[s]}", threads, runs,
+                       lambda g, st: (median([r["wall"] for r in g]) - t_setup) / st)
+    solve_per = lambda g, st: median([r["solve"] for r in g]) / st  # noqa: E731
+    env = one_thread_env()
+    petsc = f"{args.out}/petsc_solve_complex" if is_complex else f"{args.out}/petsc_solve"
+    if os.access(petsc, os.X_OK):
+        methods = [("bcgs", "1"), ("bcgsl", "2")] if is_complex else [("bcgs", "1")]
+        for method, ell in methods:
+            runs = repeat(args, lambda: peer_run([petsc, a, b, method, ell, TOL], env))
+            label = f"petsc {method}{'(2)' if method == 'bcgsl' else ''}+ilu0"
+            solver_row(name, label, 1, runs, solve_per)
+    runs = repeat(args, lambda: peer_run([f"{args.out}/eigen_solve", a, b, TOL, "1e-3"], env))
+    solver_row(name, "eigen bicgstab+ilut(1e-3)", 1, runs, solve_per)
+    runs = repeat(args, lambda: peer_run(["/usr/bin/python3", "bench/peers/scipy_solve.py", a, b,
+                                          "bicgstab", TOL, "1e-4"], env))
+    solver_row(name, "scipy bicgstab+spilu(1e-4)", 1, runs, solve_per)
+
+
+# ---------------------------------------------------------------------------------------------
+# Direct solve
+
+def direct(args, name, a, b):
+    env = one_thread_env()
+    code, text = sh([f"{args.build}/bench/table/table_direct", str(args.repeat), a, b], env=env)
+    found = {m.group(1): m for m in re.finditer(
+        r"method=(\S+) analysis=(\S+) factor=(\S+) solve=(\S+) total=(\S+) relres=(\S+)", text)}
+    labels = (("kwil-phases", "kwil direct, phase by phase"),
+              ("kwil-solvIMKL", "kwil direct, end to end"),
+              ("umfpack", "UMFPACK called directly"))
+    for key, label in labels:
+        m = found.get(key)
+        if m is None:
+            table_row(name, label, "failed", "", "", "", "", "")
+            continue
+        phases = [f"{float(m.group(i)):.3f}" for i in (2, 3, 4)]
+        if key == "kwil-solvIMKL":
+            phases = ["", "", ""]
+        table_row(name, label, args.repeat, *phases, f"{float(m.group(5)):.3f}",
+                  f"{float(m.group(6)):.1e}")
+    if name in SCIPY_DIRECT_SKIP:
+        table_row(name, "scipy spsolve", "skipped (minutes per run)", "", "", "", "", "")
+        return
+    runs = repeat(args, lambda: peer_run(["/usr/bin/python3", "bench/peers/scipy_solve.py", a, b,
+                                          "spsolve"], env))
+    good = [r for r in runs if r is not None]
+    if good:
+        table_row(name, "scipy spsolve", len(good), "", "", "",
+                  f"{median([r['wall'] for r in good]):.3f}",
+                  f"{median([r['rel'] for r in good]):.1e}")
+    else:
+        table_row(name, "scipy spsolve", "failed", "", "", "", "", "")
+
+
+def default_catalog():
+    """KWIL_MATRIX_DIR's catalogue, else the shared matrix folder beside the repository (or
+    beside the folder of worktrees)."""
+    here = os.path.dirname(os.path.abspath(__file__))
+    dirs = [os.environ.get("KWIL_MATRIX_DIR", "")]
+    dirs += [os.path.join(here, up, "shared", "matrices") for up in ("../..", "../../..")]
+    for d in dirs:
+        if d and os.path.exists(os.path.join(d, "CATALOG.tsv")):
+            return os.path.join(d, "CATALOG.tsv")
+    return os.path.join(here, "../../shared/matrices/CATALOG.tsv")
 
 
 def main():
@@ -133,29 +318,44 @@ def main():
     p.add_argument("--build", required=True)
     p.add_argument("--quick", action="store_true")
     p.add_argument("--repeat", type=int, default=3)
+    p.add_argument("--repeat-big", type=int, default=3,
+                   help=f"repeats of a run whose first try takes over {BIG_SECONDS:.0f} s")
     p.add_argument("--threads", default="1 2")
-    p.add_argument("--matrices", default="../shared/matrices/CATALOG.tsv")
+    p.add_argument("--matrices", default=default_catalog())
+    p.add_argument("--sections", default="kernels ilu solvers direct")
     args = p.parse_args()
     args.threads = [int(t) for t in args.threads.split()]
     if args.quick:
         args.repeat = 1
+    sections = args.sections.split()
 
-    kernels = f"{args.build}/bench/kernels"
-    for exe in sorted(os.listdir(kernels)) if os.path.isdir(kernels) else []:
-        path = f"{kernels}/{exe}"
-        if os.access(path, os.X_OK) and os.path.isfile(path):
-            print(f"## kernels: {exe}", flush=True)
-            subprocess.run([path, f"--benchmark_repetitions={args.repeat}",
-                            "--benchmark_report_aggregates_only=true"])
-
-    print("\n## solvers (time in s; per step in ms; rel = final true relative residual)\n")
-    print("| problem | method | threads | steps | total | per step | rel |")
-    print("|---|---|---|---|---|---|---|")
     probs = [generate(args.out, k, n) + (k == "helm",) for k, n in (QUICK if args.quick else FULL)]
-    if not args.quick:
-        probs += [p + (False,) for p in real_matrices(args.out, args.matrices, 5000)]
-    for name, a, b, is_complex in probs:
-        bench_problem(args, name, a, b, is_complex)
+    probs += [p + (False,) for p in real_matrices(args.out, args.matrices, 5000)]
+    if args.quick:
+        probs = probs[:4]
+    print(f"repeats: {args.repeat} (runs over {BIG_SECONDS:.0f} s: {args.repeat_big}); "
+          f"threads: {' '.join(map(str, args.threads))}; tolerance {TOL}; b = A·1 ; "
+          f"OMP_WAIT_POLICY={os.environ.get('OMP_WAIT_POLICY', '')}", flush=True)
+
+    if "kernels" in sections:
+        kernels(args)
+    if "ilu" in sections:
+        ilu(args, probs)
+    if "solvers" in sections:
+        table_head("Krylov solvers (ILU(0) from the right unless named; total = set-up and solve "
+                   "in s; per step in ms; rel = final true relative residual ||b - Ax|| / ||b||)",
+                   ["problem", "method", "threads", "runs", "steps", "total s", "per step ms",
+                    "rel", "end"])
+        for name, a, b, is_complex in probs:
+            solvers(args, name, a, b, is_complex)
+    if "direct" in sections:
+        table_head("Direct solve (one thread; wall-clock s, median of the runs; rel = true "
+                   "relative residual)",
+                   ["problem", "method", "runs", "analysis", "factorisation", "solve", "total",
+                    "rel"])
+        for name, a, b, _ in probs:
+            if name in DIRECT or not name.startswith(("cd", "helm")):
+                direct(args, name, a, b)
 
 
 if __name__ == "__main__":
