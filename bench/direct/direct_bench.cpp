@@ -25,6 +25,7 @@
 #include "direct/direct.h"
 #include "direct/direct_support.h"
 #include "platform/pardiso.h"
+#include "umfpack_timed.h"
 
 namespace {
 
@@ -139,59 +140,16 @@ int runLayer(KwilHandle* h, Csr<S>& m, const std::vector<S>& b, Result& r, Resul
 // (METIS ordering), or with UMFPACK's default ordering (AMD/COLAMD by strategy).
 template <class S> void runUmfpack(Csr<S>& m, const std::vector<S>& b, Result& r, bool metis = true)
 {
-    const bool cplx = std::is_same<S, Cplx>::value;
-    std::vector<int> ap(m.ia), ai(m.ja);
-    for (int& v : ap)
-        --v;
-    for (int& v : ai)
-        --v;
-    const double* ax = reinterpret_cast<const double*>(m.a.data());
-    std::vector<S> x(m.n);
-    double control[UMFPACK_CONTROL], info[UMFPACK_INFO];
-    umfpack_di_defaults(control);
-    if (metis)
-        control[UMFPACK_ORDERING] = UMFPACK_ORDERING_METIS;
-    control[UMFPACK_SCALE] = UMFPACK_SCALE_SUM;
-    control[UMFPACK_IRSTEP] = 2;
-    void *sym = nullptr, *num = nullptr;
-    const double t0 = now();
-    int st =
-        cplx ? umfpack_zi_symbolic(m.n, m.n, ap.data(), ai.data(), ax, nullptr, &sym, control, info)
-             : umfpack_di_symbolic(m.n, m.n, ap.data(), ai.data(), ax, &sym, control, info);
-    const double t1 = now();
-    if (st == UMFPACK_OK) {
-        st = cplx ? umfpack_zi_numeric(ap.data(), ai.data(), ax, nullptr, sym, &num, control, info)
-                  : umfpack_di_numeric(ap.data(), ai.data(), ax, sym, &num, control, info);
-    }
-    const double t2 = now();
-    double* xp = reinterpret_cast<double*>(x.data());
-    const double* bp = reinterpret_cast<const double*>(b.data());
-    if (st == UMFPACK_OK) {
-        st = cplx ? umfpack_zi_solve(UMFPACK_Aat, ap.data(), ai.data(), ax, nullptr, xp, nullptr,
-                                     bp, nullptr, num, control, info)
-                  : umfpack_di_solve(UMFPACK_At, ap.data(), ai.data(), ax, xp, bp, num, control,
-                                     info);
-    }
-    const double t3 = now();
-    const double peak = info[UMFPACK_PEAK_MEMORY] * info[UMFPACK_SIZE_OF_UNIT];
-    const double estimate = info[UMFPACK_PEAK_MEMORY_ESTIMATE] * info[UMFPACK_SIZE_OF_UNIT];
-    if (cplx) {
-        umfpack_zi_free_numeric(&num);
-        umfpack_zi_free_symbolic(&sym);
-    } else {
-        umfpack_di_free_numeric(&num);
-        umfpack_di_free_symbolic(&sym);
-    }
-    const double t4 = now();
-    if (st != UMFPACK_OK)
+    const benchumf::Timed<S> t = benchumf::solve(m, b, metis);
+    if (!t.ok)
         exit(3);
-    r.analyse = std::min(r.analyse, t1 - t0);
-    r.factor = std::min(r.factor, t2 - t1);
-    r.solve = std::min(r.solve, t3 - t2);
-    r.total = std::min(r.total, t4 - t0);
-    r.memoryMb = peak / (1024.0 * 1024.0);
-    r.estimateMb = estimate / (1024.0 * 1024.0);
-    r.residual = directtest::relResidual(m, x, b);
+    r.analyse = std::min(r.analyse, t.analyse);
+    r.factor = std::min(r.factor, t.factor);
+    r.solve = std::min(r.solve, t.solve);
+    r.total = std::min(r.total, t.total);
+    r.memoryMb = t.memoryMb;
+    r.estimateMb = t.estimateMb;
+    r.residual = directtest::relResidual(m, t.x, b);
 }
 
 template <class S> void bench(KwilHandle* h, const std::string& name, Csr<S>& m, int reps)

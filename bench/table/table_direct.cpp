@@ -20,6 +20,7 @@
 
 #include "direct/direct.h"
 #include "direct/direct_support.h"
+#include "umfpack_timed.h"
 
 namespace {
 
@@ -118,57 +119,17 @@ int runLayer(KwilHandle* h, Csr<S>& m, const std::vector<S>& b, Phases& layer, P
     return 0;
 }
 
-// UMFPACK on zero-based copies of the arrays with the layer's controls.
+// UMFPACK called directly with the layer's controls.
 template <class S> bool runUmfpack(const Csr<S>& m, const std::vector<S>& b, Phases& r)
 {
-    const bool cplx = std::is_same<S, Cplx>::value;
-    std::vector<int> ap(m.ia), ai(m.ja);
-    for (int& v : ap)
-        --v;
-    for (int& v : ai)
-        --v;
-    const double* ax = reinterpret_cast<const double*>(m.a.data());
-    std::vector<S> x(m.n);
-    double control[UMFPACK_CONTROL], info[UMFPACK_INFO];
-    umfpack_di_defaults(control);
-    control[UMFPACK_ORDERING] = UMFPACK_ORDERING_METIS;
-    control[UMFPACK_SCALE] = UMFPACK_SCALE_SUM;
-    control[UMFPACK_IRSTEP] = 2;
-    void *sym = nullptr, *num = nullptr;
-    const double t0 = now();
-    int st =
-        cplx ? umfpack_zi_symbolic(m.n, m.n, ap.data(), ai.data(), ax, nullptr, &sym, control, info)
-             : umfpack_di_symbolic(m.n, m.n, ap.data(), ai.data(), ax, &sym, control, info);
-    const double t1 = now();
-    if (st == UMFPACK_OK) {
-        st = cplx ? umfpack_zi_numeric(ap.data(), ai.data(), ax, nullptr, sym, &num, control, info)
-                  : umfpack_di_numeric(ap.data(), ai.data(), ax, sym, &num, control, info);
-    }
-    const double t2 = now();
-    double* xp = reinterpret_cast<double*>(x.data());
-    const double* bp = reinterpret_cast<const double*>(b.data());
-    if (st == UMFPACK_OK) {
-        st = cplx ? umfpack_zi_solve(UMFPACK_Aat, ap.data(), ai.data(), ax, nullptr, xp, nullptr,
-                                     bp, nullptr, num, control, info)
-                  : umfpack_di_solve(UMFPACK_At, ap.data(), ai.data(), ax, xp, bp, num, control,
-                                     info);
-    }
-    const double t3 = now();
-    if (cplx) {
-        umfpack_zi_free_numeric(&num);
-        umfpack_zi_free_symbolic(&sym);
-    } else {
-        umfpack_di_free_numeric(&num);
-        umfpack_di_free_symbolic(&sym);
-    }
-    const double t4 = now();
-    if (st != UMFPACK_OK)
+    const benchumf::Timed<S> t = benchumf::solve(m, b);
+    if (!t.ok)
         return false;
-    r.analyse.push_back(t1 - t0);
-    r.factor.push_back(t2 - t1);
-    r.solve.push_back(t3 - t2);
-    r.total.push_back(t4 - t0);
-    r.residual = directtest::relResidual(m, x, b);
+    r.analyse.push_back(t.analyse);
+    r.factor.push_back(t.factor);
+    r.solve.push_back(t.solve);
+    r.total.push_back(t.total);
+    r.residual = directtest::relResidual(m, t.x, b);
     return true;
 }
 
