@@ -107,8 +107,8 @@ def table_row(*cells):
     print("| " + " | ".join(str(c) for c in cells) + " |", flush=True)
 
 
-def fmt(x, spec):
-    return "n/a" if x != x else format(x, spec)
+def fmt(x, form):
+    return "n/a" if x != x else format(x, form)
 
 
 # ---------------------------------------------------------------------------------------------
