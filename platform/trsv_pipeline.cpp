@@ -349,23 +349,16 @@ TARGET_CLONES void runThreadOf(const PlatformTrsvPlan* plan, int t, Progress* pr
     runThread(plan, t, progress, a, ia, ja, x, y);
 }
 
-TARGET_CLONES void substituteAlone(bool upper, int m, const double* a, const int* ia, const int* ja,
-                                   const double* x, double* y)
+// The one-thread solve of the sparse BLAS.
+void solveAlone(const PlatformTrsvPlan* plan, const double* a, const int* ia, const int* ja,
+                const double* x, double* y)
 {
-    if (upper) {
-        solveUpper(0, m, a, ia, ja, x, y, [](int) {});
-    } else {
-        solveLower(0, m, a, ia, ja, x, y, [](int) {});
-    }
+    mkl_dcsrtrsv(plan->upper ? "u" : "l", "n", "n", &plan->m, a, ia, ja, x, y);
 }
-TARGET_CLONES void substituteAlone(bool upper, int m, const Z* a, const int* ia, const int* ja,
-                                   const Z* x, Z* y)
+void solveAlone(const PlatformTrsvPlan* plan, const Z* a, const int* ia, const int* ja, const Z* x,
+                Z* y)
 {
-    if (upper) {
-        solveUpper(0, m, a, ia, ja, x, y, [](int) {});
-    } else {
-        solveLower(0, m, a, ia, ja, x, y, [](int) {});
-    }
+    mkl_zcsrtrsv(plan->upper ? "u" : "l", "n", "n", &plan->m, a, ia, ja, x, y);
 }
 
 template <class V>
@@ -383,7 +376,7 @@ void solveThreaded(const PlatformTrsvPlan* plan, const V* a, const int* ia, cons
         } else if (t == 0) {
             // Fewer threads than planned (a nested or limited runtime): the pieces of a missing
             // thread would never be solved, so one thread solves them all in row order.
-            substituteAlone(plan->upper, plan->m, a, ia, ja, x, y);
+            solveAlone(plan, a, ia, ja, x, y);
         }
     }
 }
@@ -397,7 +390,7 @@ double timedSolve(const PlatformTrsvPlan* plan, bool threaded, const V* a, const
     if (threaded) {
         solveThreaded(plan, a, ia, ja, x, y);
     } else {
-        substituteAlone(plan->upper, plan->m, a, ia, ja, x, y);
+        solveAlone(plan, a, ia, ja, x, y);
     }
     return omp_get_wtime() - start;
 }

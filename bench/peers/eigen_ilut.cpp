@@ -12,7 +12,7 @@
 #include <ctime>
 #include <malloc.h>
 
-#include "mm_read.h"
+#include "eigen_csr.h"
 
 namespace {
 
@@ -31,19 +31,7 @@ template <class S> struct CountedILUT : Eigen::IncompleteLUT<S> {
 template <class S> int run(const BenchCsr& a, int reps, int ntol, char** tols)
 {
     using Mat = Eigen::SparseMatrix<S, Eigen::RowMajor>;
-    Mat A(a.n, a.n);
-    std::vector<Eigen::Triplet<S>> t;
-    t.reserve(a.nnz);
-    for (int i = 0; i < a.n; ++i) {
-        for (int p = a.rowPtr[i]; p < a.rowPtr[i + 1]; ++p) {
-            if constexpr (std::is_same_v<S, double>) {
-                t.emplace_back(i, a.colInd[p], a.val[p]);
-            } else {
-                t.emplace_back(i, a.colInd[p], S(a.val[2 * p], a.val[2 * p + 1]));
-            }
-        }
-    }
-    A.setFromTriplets(t.begin(), t.end());
+    const Mat A = eigenMatrix<S>(a);
     for (int k = 0; k < ntol; ++k) {
         const double droptol = atof(tols[k]);
         long entries = 0;

@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "mm_read.h"
+#include "eigen_csr.h"
 
 namespace {
 
@@ -18,24 +18,11 @@ double now()
         .count();
 }
 
-template <class S>
-int run(const BenchCsr& a, const double* bv, double rtol, double droptol)
+template <class S> int run(const BenchCsr& a, const double* bv, double rtol, double droptol)
 {
     using Mat = Eigen::SparseMatrix<S, Eigen::RowMajor>;
     using Vec = Eigen::Matrix<S, Eigen::Dynamic, 1>;
-    Mat A(a.n, a.n);
-    std::vector<Eigen::Triplet<S>> t;
-    t.reserve(a.nnz);
-    for (int i = 0; i < a.n; ++i) {
-        for (int p = a.rowPtr[i]; p < a.rowPtr[i + 1]; ++p) {
-            if constexpr (std::is_same_v<S, double>) {
-                t.emplace_back(i, a.colInd[p], a.val[p]);
-            } else {
-                t.emplace_back(i, a.colInd[p], S(a.val[2 * p], a.val[2 * p + 1]));
-            }
-        }
-    }
-    A.setFromTriplets(t.begin(), t.end());
+    const Mat A = eigenMatrix<S>(a);
     Vec b(a.n);
     for (int i = 0; i < a.n; ++i) {
         if constexpr (std::is_same_v<S, double>) {
@@ -61,7 +48,7 @@ int run(const BenchCsr& a, const double* bv, double rtol, double droptol)
     return solver.info() == Eigen::Success ? 0 : 3;
 }
 
-}  // namespace
+} // namespace
 
 int main(int argc, char** argv)
 {
@@ -70,9 +57,11 @@ int main(int argc, char** argv)
         return 2;
     }
     BenchCsr a;
-    if (!benchReadMatrix(argv[1], &a)) return 1;
+    if (!benchReadMatrix(argv[1], &a))
+        return 1;
     double* b = benchReadVector(argv[2], a.n, a.isComplex);
-    if (b == nullptr) return 1;
+    if (b == nullptr)
+        return 1;
     const double rtol = atof(argv[3]), droptol = atof(argv[4]);
     return a.isComplex ? run<std::complex<double>>(a, b, rtol, droptol)
                        : run<double>(a, b, rtol, droptol);
