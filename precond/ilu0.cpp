@@ -12,8 +12,7 @@ using kwil::ComBuf;
 using kwil::prec::MatOwn;
 
 // w[c] -= mult v[t] for the len columns c = col[t] (distinct, so the updates are independent).
-template <class S>
-inline void subtractRow(S* w, const int* col, const S* v, int len, const S& mult)
+template <class S> inline void subtractRow(S* w, const int* col, const S* v, int len, const S& mult)
 {
     using namespace kwil::prec;
 #pragma GCC unroll 4
@@ -190,10 +189,9 @@ template <class S> int ilu0Factor(KwilHandle* handle, const ComLinMat& a, MatOwn
         if (!split.addRow(ac + p0, 0, wv + p0, dp[i] - p0, ar[i + 1] - 1 - p0))
             break; // checked below
     }
-    comAssert(handle, split.finish(), "LU number unmatch in ILU 0 solver");
+    comAssert(handle, split.full(), "LU number unmatch in ILU 0 solver");
     if (split.replaced() > 0)
-        comTrace(handle, "ILU 0 rev diag zero %d %.4e", static_cast<int>(split.replaced()),
-                 revVal);
+        comTrace(handle, "ILU 0 rev diag zero %d %.4e", static_cast<int>(split.replaced()), revVal);
     return 1;
 }
 
@@ -206,7 +204,6 @@ int ILU0(KwilHandle* handle, const ComLinMat* a, ComLinMat** l, ComLinMat** u)
                                            : ilu0Factor<kwil::prec::Cplx>(handle, *a, lo, up);
     if (ok == 0)
         return 0;
-    *l = lo.release();
-    *u = up.release();
-    return 1;
+    // The work storage is gone; the factors become compressed rows.
+    return kwil::prec::iluFinish(handle, lo, up, "ILU 0", l, u);
 }

@@ -1,5 +1,5 @@
-// Scalar helpers of the two incomplete factorisations and their common last step, the split of
-// the finished rows into both factors.
+// Scalar helpers of the two incomplete factorisations and their common last steps: the split of
+// the finished rows into both factors and their conversion to compressed rows.
 #pragma once
 
 #include <cfloat>
@@ -104,14 +104,15 @@ template <> inline Cplx fromParts<Cplx>(double re, double im)
 
 using MatOwn = ComOwn<ComLinMat, comLinMatDelete>;
 
-// Fills a factor pair, created in compressed rows with their final sizes, from the finished rows
-// of an elimination, row by row: the entries of a row up to its diagonal go to L (the pivot last),
-// the entries from its diagonal on go to U divided by the pivot (U's diagonal becoming
-// pivot / pivot). Vanishing values are replaced by rev first and counted, the diagonal once.
+// Fills a factor pair, created in sorted coordinate form with their final sizes, from the
+// finished rows of an elimination, row by row: the entries of a row up to its diagonal go to L
+// (the pivot last), the entries from its diagonal on go to U divided by the pivot (U's diagonal
+// becoming pivot / pivot). Vanishing values are replaced by rev first and counted, the diagonal
+// once.
 template <class S> class FactorSplit {
-public:
+  public:
     FactorSplit(ComLinMat& l, ComLinMat& u, S rev)
-        : lp_(l.row), lc_(l.col), up_(u.row), uc_(u.col), lv_(matValues<S>(l)),
+        : lr_(l.row), lc_(l.col), ur_(u.row), uc_(u.col), lv_(matValues<S>(l)),
           uv_(matValues<S>(u)), lEnd_(l.dataNum), uEnd_(u.dataNum), rev_(rev)
     {
     }
@@ -122,24 +123,28 @@ public:
     {
         if (pl_ + d + 1 > lEnd_ || pu_ + len - d > uEnd_)
             return false;
-        lp_[row_] = static_cast<int>(pl_ + 1);
-        up_[row_] = static_cast<int>(pu_ + 1);
         ++row_;
+        int* lr = lr_ + pl_;
         int* lc = lc_ + pl_;
         S* lv = lv_ + pl_;
         long replaced = 0;
         for (int t = 0; t < d; ++t) {
+            lr[t] = row_;
             lc[t] = col[t] + shift;
             lv[t] = replace(val[t], replaced);
         }
         const S pivot = replace(val[d], replaced);
+        lr[d] = row_;
         lc[d] = col[d] + shift;
         lv[d] = pivot;
+        int* ur = ur_ + pu_ - d;
         int* uc = uc_ + pu_ - d;
         S* uv = uv_ + pu_ - d;
+        ur[d] = row_;
         uc[d] = col[d] + shift;
         uv[d] = quot(pivot, pivot);
         for (int t = d + 1; t < len; ++t) {
+            ur[t] = row_;
             uc[t] = col[t] + shift;
             uv[t] = quot(replace(val[t], replaced), pivot);
         }
@@ -148,17 +153,11 @@ public:
         replaced_ += replaced;
         return true;
     }
-    // Ends the row pointers after the last row; whether every entry of both factors has been
-    // written.
-    bool finish()
-    {
-        lp_[row_] = static_cast<int>(pl_ + 1);
-        up_[row_] = static_cast<int>(pu_ + 1);
-        return pl_ == lEnd_ && pu_ == uEnd_;
-    }
+    // Whether every entry of both factors has been written.
+    bool full() const { return pl_ == lEnd_ && pu_ == uEnd_; }
     long replaced() const { return replaced_; }
 
-private:
+  private:
     S replace(const S& v, long& count) const
     {
         const bool small = vanishing(v);
@@ -166,7 +165,7 @@ private:
         return small ? rev_ : v;
     }
 
-    int *lp_, *lc_, *up_, *uc_;
+    int *lr_, *lc_, *ur_, *uc_;
     S *lv_, *uv_;
     long lEnd_, uEnd_;
     S rev_;
@@ -174,19 +173,34 @@ private:
     long pl_ = 0, pu_ = 0, replaced_ = 0;
 };
 
-// Creates both factors in compressed rows, n + nL and n + nU entries; on failure neither is kept.
+// Creates both factors in sorted coordinate form, n + nL and n + nU entries; on failure neither
+// is kept.
 inline bool createFactors(KwilHandle* handle, const ComLinMat& a, long nL, long nU, MatOwn& l,
                           MatOwn& u)
 {
     const int n = a.size;
-    l.reset(comLinMatCreate(handle, MAT_CSR, a.dataType, n, static_cast<int>(n + nL)));
+    l.reset(comLinMatCreate(handle, MAT_SORTED, a.dataType, n, static_cast<int>(n + nL)));
     if (l)
-        u.reset(comLinMatCreate(handle, MAT_CSR, a.dataType, n, static_cast<int>(n + nU)));
+        u.reset(comLinMatCreate(handle, MAT_SORTED, a.dataType, n, static_cast<int>(n + nU)));
     if (!l || !u) {
         l.reset(nullptr);
         return false;
     }
     return true;
+}
+
+// Converts both factors to compressed rows and hands them to the caller. On failure the factors
+// are deleted and the error line written.
+inline int iluFinish(KwilHandle* handle, MatOwn& l, MatOwn& u, const char* tag, ComLinMat** lOut,
+                     ComLinMat** uOut)
+{
+    if (comLinMatChangeType(handle, l.get(), MAT_CSR) == 0 ||
+        comLinMatChangeType(handle, u.get(), MAT_CSR) == 0) {
+        return comErr(handle, "Change mat type error in %s solver", tag);
+    }
+    *lOut = l.release();
+    *uOut = u.release();
+    return 1;
 }
 
 } // namespace prec

@@ -119,7 +119,7 @@ int heapPop(int* heap, int& count)
 
 constexpr const char* allocError = "Alloc error in ILU fill-in solver";
 
-// Factorises A with fill-in and splits the result into L and U (compressed rows).
+// Factorises A with fill-in and splits the result into L and U (sorted coordinate form).
 template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatOwn& l, MatOwn& u)
 {
     using namespace kwil::prec;
@@ -266,7 +266,7 @@ template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatO
         if (!split.addRow(rc[i], 1, rv[i], rd[i], rl[i]))
             break; // checked below
     }
-    comAssert(handle, split.finish(), "LU number unmatch in ILU fill-in solver");
+    comAssert(handle, split.full(), "LU number unmatch in ILU fill-in solver");
     if (split.replaced() > 0)
         comTrace(handle, "ILU fill-in rev diag zero %d %.4e", static_cast<int>(split.replaced()),
                  revVal);
@@ -282,9 +282,8 @@ int ILUFillIn(KwilHandle* handle, const ComLinMat* a, ComLinMat** l, ComLinMat**
                                            : fillInFactor<kwil::prec::Cplx>(handle, *a, lo, up);
     if (ok == 0)
         return 0;
-    *l = lo.release();
-    *u = up.release();
-    return 1;
+    // The work storage is gone; the factors become compressed rows.
+    return kwil::prec::iluFinish(handle, lo, up, "ILU fill-in", l, u);
 }
 
 void ILUFillInFreeColData(KwilHandle* handle, ILUFillInColData** rowHead, int n)

@@ -13,7 +13,8 @@ namespace prectest {
 
 // fn() runs the scenario, releases everything it made and returns true on success. For every
 // allocation k that fn() makes, making the k-th fail must give false, leak nothing, and end the
-// error output with one of the lines in last (tag included). Returns the number of points.
+// error output with one of the lines in last (tag included); each of those lines must end some
+// failure. Returns the number of points.
 template <class Fn> long sweepWithLines(Fn fn, const std::vector<std::string>& last)
 {
     const long live0 = comTestLiveAllocs();
@@ -24,6 +25,7 @@ template <class Fn> long sweepWithLines(Fn fn, const std::vector<std::string>& l
     }
     const long total = comTestAllocCount() - before;
     EXPECT_EQ(comTestLiveAllocs(), live0);
+    std::vector<std::string> seen;
     for (long k = 1; k <= total; ++k) {
         kwiltest::Capture cap;
         comTestFailAlloc(k);
@@ -38,9 +40,12 @@ template <class Fn> long sweepWithLines(Fn fn, const std::vector<std::string>& l
                 << "allocation " << k;
             EXPECT_NE(std::find(last.begin(), last.end(), err.back()), last.end())
                 << "allocation " << k << " ends with " << err.back();
+            seen.push_back(err.back());
         }
         EXPECT_EQ(comTestLiveAllocs(), live0) << "leak after failing allocation " << k;
     }
+    for (const std::string& line : last)
+        EXPECT_NE(std::find(seen.begin(), seen.end(), line), seen.end()) << "never: " << line;
     return total;
 }
 
