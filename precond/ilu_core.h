@@ -81,6 +81,39 @@ inline double mag(const Cplx& a)
 {
     return std::sqrt(a.real() * a.real() + a.imag() * a.imag());
 }
+// The threshold t2 with (a.real()^2 + a.imag()^2 >= t2) == (mag(a) >= tau) for every complex a:
+// the smallest double whose correctly rounded square root reaches tau, found from tau^2 by
+// stepping one unit at a time (a few steps at most). Comparing the squared magnitude spares the
+// square root where most values are compared and none kept. Real values compare |a| with tau.
+inline double squaredThreshold(double tau)
+{
+    if (std::isnan(tau) || tau <= 0.0)
+        return std::isnan(tau) ? tau : -HUGE_VAL;
+    double t = tau * tau;
+    while (t > 0.0 && std::sqrt(std::nextafter(t, 0.0)) >= tau)
+        t = std::nextafter(t, 0.0);
+    while (std::sqrt(t) < tau)
+        t = std::nextafter(t, HUGE_VAL);
+    return t;
+}
+template <class S> double reachThreshold(double tau);
+template <> inline double reachThreshold<double>(double tau)
+{
+    return tau;
+}
+template <> inline double reachThreshold<Cplx>(double tau)
+{
+    return squaredThreshold(tau);
+}
+// Whether a has magnitude at least tau, given t = reachThreshold<S>(tau).
+inline bool reaches(double a, double t)
+{
+    return std::fabs(a) >= t;
+}
+inline bool reaches(const Cplx& a, double t)
+{
+    return a.real() * a.real() + a.imag() * a.imag() >= t;
+}
 // True when every part lies strictly between -DBL_MIN and DBL_MIN (zero or subnormal). Tested
 // on the magnitude, without branches: the signs of factor entries are random, and a branch on
 // each comparison would be mispredicted half of the time.

@@ -1,7 +1,7 @@
 // ILU with threshold fill-in: an update that lands outside the current pattern of a row creates
 // a new entry when its magnitude reaches ILU_FILLINMIN times the largest entry of A.
 //
-// Row i is eliminated in a dense workspace: its values by column, a presence flag per column,
+// Row i is eliminated in a dense workspace: its values by column, a fill-in limit per column,
 // the columns below the diagonal in a min-heap (so they are visited in ascending order while
 // fill-ins join) and the columns above it in a list sorted once at the end of the row. Finished
 // rows go to a store of large chunks. The cost is that of the updates plus a logarithmic heap step
@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <limits>
 #include <cstdarg>
 #include <cstdio>
 
@@ -129,7 +130,7 @@ template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatO
     const S* av = matValues<S>(a);
 
     ComBuf<S> w(handle, n);                   // values of row i by column
-    ComBuf<unsigned char> present(handle, n); // column stored in row i
+    ComBuf<double> limit(handle, n);          // least update creating an entry at column j
     ComBuf<int> heap(handle, n);              // columns below i still to eliminate
     ComBuf<int> lower(handle, n);             // columns below i in elimination order
     ComBuf<int> upper(handle, n);             // columns above i
@@ -140,7 +141,7 @@ template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatO
     RowStore<S> store(handle, a.dataNum + n + 16L);
     // Everything that A's own entries need is taken before the first trace line; later
     // allocations are made for fill-in only.
-    if (!w || !present || !heap || !lower || !upper || !rowCol || !rowVal || !rowLen || !rowDiag ||
+    if (!w || !limit || !heap || !lower || !upper || !rowCol || !rowVal || !rowLen || !rowDiag ||
         !store.open()) {
         return comErr(handle, allocError);
     }
@@ -152,6 +153,7 @@ template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatO
     const double accel = comOptDbl(handle, OPT_ILU_ACCEL);
     const double tau = absMax * fillMin;
     comTrace(handle, "ILU fill-in min abs %.4e rel %.4e accel %.4e", tau, fillMin, accel);
+    const double keepMin = reachThreshold<S>(tau);
 
     long nL = 0, nU = 0;
     for (int i = 0; i < n; ++i) {
@@ -170,11 +172,16 @@ template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatO
             return comErr(handle, "No diag error in ILU fill-in solver");
     }
 
-    for (int j = 0; j < n; ++j)
-        present[j] = 0;
+    // An update m of column j creates an entry when reaches(m, limit[j]); a stored column's
+    // limit is NaN, which nothing reaches.
+    const double stored = std::numeric_limits<double>::quiet_NaN();
+    for (int j = 0; j < n; ++j) {
+        limit[j] = keepMin;
+        w[j] = S{};
+    }
     const int traceStep = comOptInt(handle, OPT_ILU_TRACE);
     S* wv = w.get();
-    unsigned char* mark = present.get();
+    double* lim = limit.get();
     int* hp = heap.get();
     int* lo = lower.get();
     int* up = upper.get();
@@ -188,7 +195,7 @@ template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatO
         int nh = 0, nl = 0, nu = 0;
         for (int p = ar[i] - 1; p < ar[i + 1] - 1; ++p) {
             const int j = ac[p] - 1;
-            mark[j] = 1;
+            lim[j] = stored;
             if (j < i) {
                 wv[j] = av[p];
                 hp[nh++] = j; // ascending columns already form a heap
@@ -208,22 +215,27 @@ template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatO
             const S* kv = rv[k];
             const int dk = rd[k], q1 = rl[k];
             const S mult = quot(wv[k], kv[dk]);
+            const auto keep = [&](int j, const S& m) {
+                wv[j] = neg(m);
+                lim[j] = stored;
+                if (j < i) {
+                    heapPush(hp, nh, j);
+                    ++nL;
+                } else {
+                    up[nu++] = j;
+                    ++nU;
+                }
+            };
+            // Whether an update lands on a stored entry or outside the pattern follows no
+            // rule a branch predictor could learn on unstructured matrices, so every update is
+            // subtracted: outside the pattern it lands on a stale workspace value that is never
+            // read, as a kept fill-in overwrites it. Only a kept fill-in branches.
             for (int q = dk + 1; q < q1; ++q) {
                 const int j = kc[q];
                 const S m = mul(kv[q], mult);
-                if (__builtin_expect(mark[j] != 0, 1)) {
-                    wv[j] = sub(wv[j], m);
-                } else if (mag(m) >= tau) {
-                    wv[j] = neg(m);
-                    mark[j] = 1;
-                    if (j < i) {
-                        heapPush(hp, nh, j);
-                        ++nL;
-                    } else {
-                        up[nu++] = j;
-                        ++nU;
-                    }
-                }
+                wv[j] = sub(wv[j], m);
+                if (__builtin_expect(reaches(m, lim[j]), 0))
+                    keep(j, m);
             }
         }
         std::sort(up, up + nu);
@@ -236,17 +248,17 @@ template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatO
         for (int t = 0; t < nl; ++t, ++p) {
             col[p] = lo[t];
             val[p] = wv[lo[t]];
-            mark[lo[t]] = 0;
+            lim[lo[t]] = keepMin;
         }
         rd[i] = p;
         col[p] = i;
         val[p] = wv[i];
-        mark[i] = 0;
+        lim[i] = keepMin;
         ++p;
         for (int t = 0; t < nu; ++t, ++p) {
             col[p] = up[t];
             val[p] = wv[up[t]];
-            mark[up[t]] = 0;
+            lim[up[t]] = keepMin;
         }
         rc[i] = col;
         rv[i] = val;

@@ -8,6 +8,7 @@
 #include <random>
 
 #include "ilu_test_util.h"
+#include "precond/ilu_core.h"
 #include "sweep_lines.h"
 
 using kwiltest::Capture;
@@ -184,6 +185,56 @@ TEST(IluFillIn, SmallUpdatesAreDroppedButAlwaysApplyToExistingEntries)
     ASSERT_EQ(g.ok, 1);
     EXPECT_EQ(g.l->dataNum, 5);
     EXPECT_EQ(dense(*g.l)[7], Cplx(-(1.0 * (0.1 / 10.0))));
+}
+
+// The complex fill-in test compares squared magnitudes with a threshold made from tau: it must
+// keep exactly the updates whose rounded magnitude reaches tau, also at the rounding boundary,
+// for tiny, huge and degenerate tau.
+TEST(IluFillIn, SquaredThresholdDecidesLikeTheMagnitude)
+{
+    using kwil::prec::mag;
+    using kwil::prec::reaches;
+    using kwil::prec::squaredThreshold;
+    std::mt19937_64 gen(7);
+    std::vector<double> taus = {0.0,     -1.0,    1.0,    DBL_MIN, 4.9e-324, 1e-300,
+                                1e-160,  1e154,   1.4e154, 1e200,   DBL_MAX,  HUGE_VAL,
+                                std::nan("")};
+    for (int t = 0; t < 2000; ++t)
+        taus.push_back(std::ldexp(1.0 + (gen() % 1000000) / 1e6, static_cast<int>(gen() % 2000) - 1000));
+    int checked = 0;
+    for (const double tau : taus) {
+        const double t2 = squaredThreshold(tau);
+        // Squared magnitudes around tau^2 and t2, a few units apart, and the extremes.
+        std::vector<double> xs = {0.0, HUGE_VAL, std::nan(""), DBL_MAX, 4.9e-324};
+        for (double x0 : {t2, tau * tau}) {
+            double lo = x0, hi = x0;
+            for (int k = 0; k < 4; ++k) {
+                lo = std::nextafter(lo, 0.0);
+                hi = std::nextafter(hi, HUGE_VAL);
+                xs.push_back(lo);
+                xs.push_back(hi);
+            }
+            xs.push_back(x0);
+        }
+        for (const double x : xs) {
+            if (!(x >= 0.0) && !std::isnan(x))
+                continue;
+            const bool byRoot = std::sqrt(x) >= tau;
+            ASSERT_EQ(x >= t2, byRoot) << "tau " << tau << " x " << x << " t2 " << t2;
+            // The same decision on a complex value with that squared magnitude, a + 0i.
+            const Cplx a(std::sqrt(x), 0.0);
+            ASSERT_EQ(reaches(a, t2), mag(a) >= tau) << "tau " << tau;
+            ++checked;
+        }
+        // Values with both parts set, near the boundary.
+        for (int k = 0; k < 8 && std::isfinite(tau) && tau > 0.0; ++k) {
+            const double angle = (gen() % 1000) * 1.5707963 / 1000.0;
+            const double r = tau * (1.0 + ((gen() % 9) - 4.0) * DBL_EPSILON);
+            const Cplx a(r * std::cos(angle), r * std::sin(angle));
+            ASSERT_EQ(reaches(a, t2), mag(a) >= tau) << "tau " << tau << " a " << a;
+        }
+    }
+    EXPECT_GT(checked, 40000);
 }
 
 TEST(IluFillIn, MatchesTheReferenceOnRandomMatrices)
