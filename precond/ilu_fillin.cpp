@@ -2,10 +2,10 @@
 // a new entry when its magnitude reaches ILU_FILLINMIN times the largest entry of A.
 //
 // Row i is eliminated in a dense workspace: its values by column, a fill-in limit per column,
-// the columns below the diagonal in a min-heap (so they are visited in ascending order while
-// fill-ins join) and the columns above it in a list sorted once at the end of the row. Finished
-// rows go to a store of large chunks. The cost is that of the updates plus a logarithmic heap step
-// per lower entry, and the result equals, bit for bit, that of walking sorted linked rows.
+// the columns below the diagonal in a bit set (visited in ascending order while fill-ins join)
+// and the columns above it in a list sorted once at the end of the row. Finished rows go to a
+// store of large chunks. The cost is that of the updates plus a short scan per lower entry, and
+// the result equals, bit for bit, that of walking sorted linked rows.
 #include "precond/precond.h"
 
 #include <algorithm>
@@ -85,38 +85,63 @@ template <class S> class RowStore {
     long next_;
 };
 
-void heapPush(int* heap, int& count, int x)
-{
-    int c = count++;
-    while (c > 0) {
-        const int parent = (c - 1) / 2;
-        if (heap[parent] <= x)
-            break;
-        heap[c] = heap[parent];
-        c = parent;
+// The columns below the diagonal still to eliminate in row i, taken smallest first while
+// fill-ins join (always above the column just taken). A bit per column and a summary bit per
+// word of 64 columns: the next column is found by scanning forward from the word of the last
+// one, a word or two for the banded rows of most matrices, where a heap would sift through
+// logarithmically many mispredicted comparisons.
+class ColumnQueue {
+  public:
+    ColumnQueue(KwilHandle* handle, int n)
+        : bits_(handle, n / 64 + 1), summary_(handle, n / 4096 + 1), words_(n / 64 + 1),
+          summaries_(n / 4096 + 1)
+    {
     }
-    heap[c] = x;
-}
+    bool ok() const { return bits_ && summary_; }
+    void clear()
+    {
+        std::fill(bits_.get(), bits_.get() + words_, 0ULL);
+        std::fill(summary_.get(), summary_.get() + summaries_, 0ULL);
+    }
+    bool empty() const { return count_ == 0; }
+    // Adds column j, which must not lie below the last column taken since the queue was empty.
+    void push(int j)
+    {
+        if (count_++ == 0)
+            cursor_ = j >> 6;
+        bits_[j >> 6] |= 1ULL << (j & 63);
+        summary_[j >> 12] |= 1ULL << ((j >> 6) & 63);
+    }
+    // Removes and returns the smallest column.
+    int pop()
+    {
+        int w = cursor_;
+        unsigned long long b = bits_[w];
+        if (b == 0) {
+            int s = w >> 6;
+            unsigned long long m = summary_[s] & (~0ULL << (w & 63));
+            while (m == 0)
+                m = summary_[++s];
+            w = (s << 6) + __builtin_ctzll(m);
+            b = bits_[w];
+        }
+        const int j = (w << 6) + __builtin_ctzll(b);
+        b &= b - 1;
+        bits_[w] = b;
+        if (b == 0)
+            summary_[w >> 6] &= ~(1ULL << (w & 63));
+        cursor_ = w;
+        --count_;
+        return j;
+    }
 
-int heapPop(int* heap, int& count)
-{
-    const int top = heap[0];
-    const int x = heap[--count];
-    int c = 0;
-    for (;;) {
-        int child = 2 * c + 1;
-        if (child >= count)
-            break;
-        if (child + 1 < count && heap[child + 1] < heap[child])
-            ++child;
-        if (x <= heap[child])
-            break;
-        heap[c] = heap[child];
-        c = child;
-    }
-    heap[c] = x;
-    return top;
-}
+  private:
+    ComBuf<unsigned long long> bits_;
+    ComBuf<unsigned long long> summary_;
+    long words_, summaries_;
+    int cursor_ = 0;
+    int count_ = 0;
+};
 
 constexpr const char* allocError = "Alloc error in ILU fill-in solver";
 
@@ -131,7 +156,7 @@ template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatO
 
     ComBuf<S> w(handle, n);                   // values of row i by column
     ComBuf<double> limit(handle, n);          // least update creating an entry at column j
-    ComBuf<int> heap(handle, n);              // columns below i still to eliminate
+    ColumnQueue queue(handle, n);             // columns below i still to eliminate
     ComBuf<int> lower(handle, n);             // columns below i in elimination order
     ComBuf<int> upper(handle, n);             // columns above i
     ComBuf<int*> rowCol(handle, n);           // finished row i: columns (0-based)
@@ -141,7 +166,7 @@ template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatO
     RowStore<S> store(handle, a.dataNum + n + 16L);
     // Everything that A's own entries need is taken before the first trace line; later
     // allocations are made for fill-in only.
-    if (!w || !limit || !heap || !lower || !upper || !rowCol || !rowVal || !rowLen || !rowDiag ||
+    if (!w || !limit || !queue.ok() || !lower || !upper || !rowCol || !rowVal || !rowLen || !rowDiag ||
         !store.open()) {
         return comErr(handle, allocError);
     }
@@ -182,7 +207,7 @@ template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatO
     const int traceStep = comOptInt(handle, OPT_ILU_TRACE);
     S* wv = w.get();
     double* lim = limit.get();
-    int* hp = heap.get();
+    queue.clear();
     int* lo = lower.get();
     int* up = upper.get();
     int** rc = rowCol.get();
@@ -192,13 +217,13 @@ template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatO
     for (int i = 0; i < n; ++i) {
         if (traceStep > 0 && i % traceStep == 0)
             comTrace(handle, "ILU fill-in row %d", i);
-        int nh = 0, nl = 0, nu = 0;
+        int nl = 0, nu = 0;
         for (int p = ar[i] - 1; p < ar[i + 1] - 1; ++p) {
             const int j = ac[p] - 1;
             lim[j] = stored;
             if (j < i) {
                 wv[j] = av[p];
-                hp[nh++] = j; // ascending columns already form a heap
+                queue.push(j);
             } else if (j == i) {
                 wv[j] = scale(av[p], accel);
             } else {
@@ -206,8 +231,8 @@ template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatO
                 up[nu++] = j;
             }
         }
-        while (nh > 0) {
-            const int k = heapPop(hp, nh);
+        while (!queue.empty()) {
+            const int k = queue.pop();
             lo[nl++] = k;
             // m = a_kj (a_ik / a_kk); a_ik is final here: later pivot rows only reach columns
             // above their own.
@@ -219,7 +244,7 @@ template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatO
                 wv[j] = neg(m);
                 lim[j] = stored;
                 if (j < i) {
-                    heapPush(hp, nh, j);
+                    queue.push(j);
                     ++nL;
                 } else {
                     up[nu++] = j;

@@ -275,6 +275,38 @@ TEST(IluFillIn, MatchesTheReferenceOnRandomMatrices)
     EXPECT_EQ(cases, 124);
 }
 
+// Rows whose lower columns lie thousands of columns apart, in a matrix wider than 4096 columns:
+// the next column to eliminate is found across empty stretches of the column set.
+TEST(IluFillIn, MatchesTheReferenceWithFarApartColumns)
+{
+    TestHandle th;
+    th.intOpt[OPT_TRACE] = 1;
+    const int n = 13000;
+    for (bool complex : {false, true}) {
+        std::vector<Entry> e;
+        for (int i = 0; i < n; ++i) {
+            e.push_back({i + 1, i + 1, Cplx(8.0, complex ? 1.0 : 0.0)});
+            for (int j : {i - 1, i / 3, i / 7, 2, i + 1, (2 * i) % n, (5 * i + 11) % n}) {
+                if (j >= 0 && j < n && j != i)
+                    e.push_back({i + 1, j + 1, Cplx(-0.5 - (i % 5) * 0.1, complex ? 0.2 : 0.0)});
+            }
+        }
+        std::sort(e.begin(), e.end(), [](const Entry& x, const Entry& y) {
+            return x.row != y.row ? x.row < y.row : x.col < y.col;
+        });
+        e.erase(std::unique(e.begin(), e.end(),
+                            [](const Entry& x, const Entry& y) {
+                                return x.row == y.row && x.col == y.col;
+                            }),
+                e.end());
+        Mat a = csr(n, e, complex);
+        for (double t : {0.3, 0.05}) {
+            th.dblOpt[OPT_ILU_FILLINMIN] = t;
+            expectSameAsReference(th.get(), *a, complex ? "complex" : "real");
+        }
+    }
+}
+
 TEST(IluFillIn, MatchesTheReferenceOnRealMatrices)
 {
     const std::string dir = kwiltest::matrixDir();
