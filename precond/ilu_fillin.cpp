@@ -10,9 +10,9 @@
 
 #include <algorithm>
 #include <climits>
-#include <limits>
 #include <cstdarg>
 #include <cstdio>
+#include <limits>
 
 #include "common/own.h"
 #include "precond/ilu_core.h"
@@ -154,20 +154,20 @@ template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatO
     const int* ac = a.col; // one-based columns
     const S* av = matValues<S>(a);
 
-    ComBuf<S> w(handle, n);                   // values of row i by column
-    ComBuf<double> limit(handle, n);          // least update creating an entry at column j
-    ColumnQueue queue(handle, n);             // columns below i still to eliminate
-    ComBuf<int> lower(handle, n);             // columns below i in elimination order
-    ComBuf<int> upper(handle, n);             // columns above i
-    ComBuf<int*> rowCol(handle, n);           // finished row i: columns (0-based)
-    ComBuf<S*> rowVal(handle, n);             // finished row i: values
-    ComBuf<int> rowLen(handle, n);            // finished row i: entry count
-    ComBuf<int> rowDiag(handle, n);           // finished row i: offset of the diagonal
+    ComBuf<S> w(handle, n);          // values of row i by column
+    ComBuf<double> limit(handle, n); // least update creating an entry at column j
+    ColumnQueue queue(handle, n);    // columns below i still to eliminate
+    ComBuf<int> lower(handle, n);    // columns below i in elimination order
+    ComBuf<int> upper(handle, n);    // columns above i
+    ComBuf<int*> rowCol(handle, n);  // finished row i: columns (0-based)
+    ComBuf<S*> rowVal(handle, n);    // finished row i: values
+    ComBuf<int> rowLen(handle, n);   // finished row i: entry count
+    ComBuf<int> rowDiag(handle, n);  // finished row i: offset of the diagonal
     RowStore<S> store(handle, a.dataNum + n + 16L);
     // Everything that A's own entries need is taken before the first trace line; later
     // allocations are made for fill-in only.
-    if (!w || !limit || !queue.ok() || !lower || !upper || !rowCol || !rowVal || !rowLen || !rowDiag ||
-        !store.open()) {
+    if (!w || !limit || !queue.ok() || !lower || !upper || !rowCol || !rowVal || !rowLen ||
+        !rowDiag || !store.open()) {
         return comErr(handle, allocError);
     }
 

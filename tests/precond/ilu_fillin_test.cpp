@@ -196,11 +196,11 @@ TEST(IluFillIn, SquaredThresholdDecidesLikeTheMagnitude)
     using kwil::prec::reaches;
     using kwil::prec::squaredThreshold;
     std::mt19937_64 gen(7);
-    std::vector<double> taus = {0.0,     -1.0,    1.0,    DBL_MIN, 4.9e-324, 1e-300,
-                                1e-160,  1e154,   1.4e154, 1e200,   DBL_MAX,  HUGE_VAL,
-                                std::nan("")};
+    std::vector<double> taus = {0.0,   -1.0,    1.0,   DBL_MIN, 4.9e-324, 1e-300,      1e-160,
+                                1e154, 1.4e154, 1e200, DBL_MAX, HUGE_VAL, std::nan("")};
     for (int t = 0; t < 2000; ++t)
-        taus.push_back(std::ldexp(1.0 + (gen() % 1000000) / 1e6, static_cast<int>(gen() % 2000) - 1000));
+        taus.push_back(
+            std::ldexp(1.0 + (gen() % 1000000) / 1e6, static_cast<int>(gen() % 2000) - 1000));
     int checked = 0;
     for (const double tau : taus) {
         const double t2 = squaredThreshold(tau);
