@@ -115,7 +115,8 @@ def fmt(x, form):
 # Kernels
 
 KERNEL_NAMES = {"product": "product", "transposed": "transposed product",
-                "lowerSolve": "lower solve", "upperSolve": "upper solve"}
+                "lowerSolve": "lower solve", "upperSolve": "upper solve",
+                "twoLowerSolves": "two one-thread lower solves at once"}
 
 
 def kernels(args):

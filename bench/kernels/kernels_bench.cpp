@@ -143,7 +143,10 @@ std::map<std::string, Result>& results()
     return r;
 }
 
-enum Kernel { PRODUCT, TRANSPOSED, LOWER_SOLVE, UPPER_SOLVE };
+// SOLVE_PAIR: two one-thread lower solves at once, each thread on its own copy of the triangle
+// and its own vectors. No dependency joins them, so their combined rate against the one-thread
+// solve is the most that two threads can gain on a solve on this machine.
+enum Kernel { PRODUCT, TRANSPOSED, LOWER_SOLVE, UPPER_SOLVE, SOLVE_PAIR };
 
 // args: kernel, grid, data type, threads.
 void runKernel(benchmark::State& state)
@@ -152,11 +155,16 @@ void runKernel(benchmark::State& state)
     const int grid = static_cast<int>(state.range(1));
     const int dataType = static_cast<int>(state.range(2));
     const int threads = static_cast<int>(state.range(3));
-    const int which = kernel == LOWER_SOLVE ? 1 : kernel == UPPER_SOLVE ? 2 : 0;
+    const int which = kernel == LOWER_SOLVE || kernel == SOLVE_PAIR ? 1
+                      : kernel == UPPER_SOLVE                       ? 2
+                                                                    : 0;
     const ComLinMat* a = matrix(grid, dataType, which);
+    const ComLinMat* twin = kernel == SOLVE_PAIR ? convectionDiffusion(grid, dataType, 1) : nullptr;
     Triad& tr = triad(grid == LARGE_GRID ? LARGE_TRIAD : SMALL_TRIAD);
     ComLinVec* x = comLinVecCreateInit(nullptr, dataType, a->size, {1.0, 0.5});
     ComLinVec* y = comLinVecCreateInit(nullptr, dataType, a->size, {0.0, 0.0});
+    ComLinVec* x2 = comLinVecCreateInit(nullptr, dataType, a->size, {1.0, 0.5});
+    ComLinVec* y2 = comLinVecCreateInit(nullptr, dataType, a->size, {0.0, 0.0});
     omp_set_num_threads(threads);
     // The solves run as the solvers run them: with a plan for the thread count (none for one).
     const bool solve = kernel == LOWER_SOLVE || kernel == UPPER_SOLVE;
@@ -174,6 +182,12 @@ void runKernel(benchmark::State& state)
         case UPPER_SOLVE:
             comLinMatTriSolvPlanned(nullptr, kernel == UPPER_SOLVE, a, plan, x, y);
             break;
+        case SOLVE_PAIR:
+#pragma omp parallel num_threads(2)
+        {
+            const bool first = omp_get_thread_num() == 0;
+            comLinMatTriSolv(nullptr, 0, first ? a : twin, 0, first ? x : x2, first ? y : y2);
+        } break;
         }
         const double dt = omp_get_wtime() - t0;
         state.SetIterationTime(dt);
@@ -184,12 +198,12 @@ void runKernel(benchmark::State& state)
         bestTriad = std::min(bestTriad, tr.sweep());
     }
     const double triadBw = tr.bytes() / bestTriad;
-    const double bytes = kernelBytes(a);
+    const double bytes = (kernel == SOLVE_PAIR ? 2.0 : 1.0) * kernelBytes(a);
     const double bw = bytes / best;
     state.counters["GB/s"] = bw / 1e9;
     state.counters["triadGB/s"] = triadBw / 1e9;
     state.counters["ratio"] = bw / triadBw;
-    const char* names[] = {"product", "transposed", "lowerSolve", "upperSolve"};
+    const char* names[] = {"product", "transposed", "lowerSolve", "upperSolve", "twoLowerSolves"};
     const std::string label =
         std::string(names[kernel]) + (dataType == LIN_REAL ? " real" : " complex") +
         (grid == LARGE_GRID ? " large" : " cached") + " t" + std::to_string(threads);
@@ -199,6 +213,9 @@ void runKernel(benchmark::State& state)
     comLinMatTriSolvPlanDelete(nullptr, plan);
     comLinVecDelete(nullptr, x);
     comLinVecDelete(nullptr, y);
+    comLinVecDelete(nullptr, x2);
+    comLinVecDelete(nullptr, y2);
+    comLinMatDelete(nullptr, const_cast<ComLinMat*>(twin));
 }
 
 void registerAll()
@@ -214,6 +231,10 @@ void registerAll()
                         ->MinTime(grid == LARGE_GRID ? 1.0 : 0.3);
                 }
             }
+            benchmark::RegisterBenchmark("twoLowerSolves", runKernel)
+                ->Args({SOLVE_PAIR, grid, dt, 2})
+                ->UseManualTime()
+                ->MinTime(grid == LARGE_GRID ? 1.0 : 0.3);
         }
     }
 }
