@@ -1,8 +1,9 @@
 // Times kwil's ILU factorisations of one Matrix Market file for the benchmark table.
 //
-//   table_ilu REPS A.mtx
+//   table_ilu REPS A.mtx [METHOD ...]
 //
-// For ILU0 and for ILUFillIn with ILU_FILLINMIN 1e-3 and 1e-4: one untimed factorisation, then
+// For ILU0 and for ILUFillIn with ILU_FILLINMIN 1e-3 and 1e-4 (METHODs ilu0, fill1e-3 and
+// fill1e-4; all three when none is named): one untimed factorisation, then
 // REPS timed ones. Prints one line per method with the stored factor entries (L and U, the
 // diagonal counted once) and every time in thread CPU seconds, so that a process sharing the
 // machine with other work is not charged for waiting. Freed memory stays in the process
@@ -11,6 +12,7 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 
 #include <malloc.h>
@@ -65,10 +67,19 @@ void timeMethod(const char* name, IluFn fn, KwilHandle* h, const ComLinMat& a, i
 
 int main(int argc, char** argv)
 {
-    if (argc != 3) {
-        fprintf(stderr, "usage: table_ilu REPS A.mtx\n");
+    if (argc < 3) {
+        fprintf(stderr, "usage: table_ilu REPS A.mtx [ilu0|fill1e-3|fill1e-4 ...]\n");
         return 2;
     }
+    const auto wanted = [&](const char* method) {
+        if (argc == 3)
+            return true;
+        for (int k = 3; k < argc; ++k) {
+            if (strcmp(argv[k], method) == 0)
+                return true;
+        }
+        return false;
+    };
     const int reps = std::max(1, atoi(argv[1]));
     mallopt(M_MMAP_MAX, 0); // every block from the heap, which is never trimmed
     mallopt(M_TRIM_THRESHOLD, INT_MAX);
@@ -81,11 +92,14 @@ int main(int argc, char** argv)
     th.intOpt[OPT_TRACE] = 0;
     KwilHandle* h = th.get();
     th.intOpt[OPT_ILU_FILLIN] = 0;
-    timeMethod("ilu0", ILU0, h, *a, reps);
+    if (wanted("ilu0"))
+        timeMethod("ilu0", ILU0, h, *a, reps);
     th.intOpt[OPT_ILU_FILLIN] = 1;
     th.dblOpt[OPT_ILU_FILLINMIN] = 1e-3;
-    timeMethod("fill1e-3", ILUFillIn, h, *a, reps);
+    if (wanted("fill1e-3"))
+        timeMethod("fill1e-3", ILUFillIn, h, *a, reps);
     th.dblOpt[OPT_ILU_FILLINMIN] = 1e-4;
-    timeMethod("fill1e-4", ILUFillIn, h, *a, reps);
+    if (wanted("fill1e-4"))
+        timeMethod("fill1e-4", ILUFillIn, h, *a, reps);
     return 0;
 }
