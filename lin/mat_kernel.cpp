@@ -51,7 +51,19 @@ void comLinMatTriSolv(KwilHandle* handle, int upper, const ComLinMat* a, int tra
 PlatformTrsvPlan* comLinMatTriSolvPlan(KwilHandle* handle, int upper, const ComLinMat* a)
 {
     comAssert(handle, a->type == MAT_CSR, "Invalid type %d in triangle matrix solver", a->type);
-    return platform_csrtrsv_plan(upper != 0 ? "u" : "l", a->size, a->row, a->col, 0);
+    PlatformTrsvPlan* plan =
+        platform_csrtrsv_plan(upper != 0 ? "u" : "l", a->size, a->row, a->col, 0);
+    if (plan == nullptr)
+        return nullptr;
+    // Each thread gets its rows as a copy of its own; without one (memory short) the threads
+    // read the matrix itself.
+    if (a->dataType == LIN_REAL) {
+        platform_dcsrtrsv_plan_pack(plan, a->realData, a->row, a->col);
+    } else {
+        platform_zcsrtrsv_plan_pack(plan, reinterpret_cast<const PlatformComplex16*>(a->compData),
+                                    a->row, a->col);
+    }
+    return plan;
 }
 
 void comLinMatTriSolvPlanDelete(KwilHandle*, PlatformTrsvPlan* plan)

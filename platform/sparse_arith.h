@@ -101,12 +101,12 @@ template <class V> inline void prefetchAhead(const V* val, const int* col, int p
     __builtin_prefetch(col + q);
 }
 
-// Prefetches the values and column PREFETCH_BYTES of values before entry p (not before 0).
-template <class V> inline void prefetchBehind(const V* val, const int* col, int p)
+// Prefetches the values and column PREFETCH_BYTES of values before entry p (not before first).
+template <class V> inline void prefetchBehind(const V* val, const int* col, int p, int first)
 {
     constexpr int behind = PREFETCH_BYTES / static_cast<int>(sizeof(V));
     constexpr int line = 64 / static_cast<int>(sizeof(V));
-    const int q = p > behind ? p - behind : 0;
+    const int q = p - first > behind ? p - behind : first;
     for (int k = 0; k < prefetchLines<V>(); ++k)
         __builtin_prefetch(val + q + k * line);
     __builtin_prefetch(col + q);
@@ -125,15 +125,15 @@ inline Z recip(Z d)
 
 // Lower solve T y = x, forward, over rows [r0, r1): y_i = (x_i - sum_{j<i} t_ij y_j) / t_ii.
 // x may be y. ready(i) is called before row i reads anything (the pipelined solve waits there for
-// rows of other threads); rows before r0 are read from y.
+// rows of other threads); rows before r0 are read from y. Values and columns are prefetched
+// PREFETCH_BYTES ahead, up to the entry last.
 // Each row depends on the one before through t_{i,i-1}; that term is taken from a register and
 // applied last, y_i = s r - (t_{i,i-1} r) y_{i-1} with r = 1 / t_ii, so that only one product
 // and one subtraction lie on the chain from row to row.
 template <class V, class Ready>
 ALWAYS_INLINE inline void solveLower(int r0, int r1, const V* val, const int* ptr, const int* col,
-                                     const V* x, V* y, Ready ready)
+                                     const V* x, V* y, Ready ready, int last)
 {
-    const int last = r1 > r0 ? ptr[r1] - 1 : 0;
     V prev{}; // y_{i-1}
     for (int i = r0; i < r1; ++i) {
         ready(i);
@@ -157,17 +157,18 @@ ALWAYS_INLINE inline void solveLower(int r0, int r1, const V* val, const int* pt
 
 // Upper solve T y = x, backward, over rows [r0, r1) from r1 - 1 down:
 // y_i = (x_i - sum_{j>i} t_ij y_j) / t_ii. x may be y; ready(i) as in solveLower, rows from r1
-// on are read from y. The term of t_{i,i+1} is kept out of the row-to-row chain as there.
+// on are read from y. The term of t_{i,i+1} is kept out of the row-to-row chain as there. Values
+// and columns are prefetched PREFETCH_BYTES behind, down to the entry first.
 template <class V, class Ready>
 ALWAYS_INLINE inline void solveUpper(int r0, int r1, const V* val, const int* ptr, const int* col,
-                                     const V* x, V* y, Ready ready)
+                                     const V* x, V* y, Ready ready, int first)
 {
     V next{}; // y_{i+1}
     for (int i = r1 - 1; i >= r0; --i) {
         ready(i);
         const int begin = ptr[i] - 1;
         const int end = ptr[i + 1] - 1;
-        prefetchBehind(val, col, begin);
+        prefetchBehind(val, col, begin, first);
         int q = end; // the strict upper part is [q, end) once the scan stops
         while (q > begin && col[q - 1] > i + 1)
             --q;

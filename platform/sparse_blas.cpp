@@ -267,7 +267,7 @@ ALWAYS_INLINE inline void solveLowerTransposed(int m, const V* val, const int* p
     V carry{}; // t_{i+1,i} y_{i+1}, not yet subtracted from y_i
     for (int i = m - 1; i >= 0; --i) {
         const int begin = ptr[i] - 1;
-        prefetchBehind(val, col, begin);
+        prefetchBehind(val, col, begin, 0);
         int q = ptr[i + 1] - 1; // the strict lower part is [begin, q) once the scan stops
         while (q > begin && col[q - 1] > i + 1)
             --q;
@@ -340,9 +340,11 @@ ALWAYS_INLINE inline void substitute(bool upper, bool trans, int m, const V* a, 
             solveLowerTransposed(m, a, ia, ja, x, y);
         }
     } else if (upper) {
-        solveUpper(0, m, a, ia, ja, x, y, [](int) {});
+        solveUpper(
+            0, m, a, ia, ja, x, y, [](int) {}, 0);
     } else {
-        solveLower(0, m, a, ia, ja, x, y, [](int) {});
+        solveLower(
+            0, m, a, ia, ja, x, y, [](int) {}, m > 0 ? ia[m] - 1 : 0);
     }
 }
 TARGET_CLONES void substituteOf(bool upper, bool trans, int m, const double* a, const int* ia,

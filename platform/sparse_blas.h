@@ -38,7 +38,7 @@ void mkl_zcsrtrsv(const char* uplo, const char* transa, const char* diag, const 
 // the triangle into chunks of consecutive rows that the threads take in turn; each thread solves
 // its chunks in row order and waits, row by row, only for the rows of other threads that the row
 // reads. Every row is computed exactly as by mkl_dcsrtrsv / mkl_zcsrtrsv, so the results are the
-// same bits. The plan holds no values: the executor takes them at each call.
+// same bits. The plan holds no values unless it is packed: the executor takes them at each call.
 // The plan uses the OpenMP runtime's threads and allocates with malloc.
 struct PlatformTrsvPlan;
 // Analyses the "l" or "u" triangle of the one-based CSR pattern (m, ia, ja) for nthreads threads
@@ -57,6 +57,16 @@ void platform_dcsrtrsv_planned(PlatformTrsvPlan* plan, const double* a, const in
                                const int* ja, const double* x, double* y);
 void platform_zcsrtrsv_planned(PlatformTrsvPlan* plan, const PlatformComplex16* a, const int* ia,
                                const int* ja, const PlatformComplex16* x, PlatformComplex16* y);
+
+// Gives the plan each thread's rows of the triangle with values a (and pattern ia, ja, the one the
+// plan was made for) as a contiguous copy of its own: each thread then streams its own storage
+// instead of interleaved stretches of the matrix. The threaded solves read the copies and not the
+// values they are given, so the triangle must not change while the plan lives. Returns 0 when
+// memory is short; the plan then reads the values of each call as before.
+int platform_dcsrtrsv_plan_pack(PlatformTrsvPlan* plan, const double* a, const int* ia,
+                                const int* ja);
+int platform_zcsrtrsv_plan_pack(PlatformTrsvPlan* plan, const PlatformComplex16* a, const int* ia,
+                                const int* ja);
 
 // Test hook: with a non-zero argument, plans are made for any triangle with enough rows, however
 // little the threads would gain, so that every pattern can drive the waits; 0 restores the rule.

@@ -126,6 +126,16 @@ struct Tuner {
     double bestAlone = 0.0;
 };
 
+// A thread's own copy of its rows of the triangle: its pieces lie apart in the matrix, and two
+// threads streaming interleaved stretches of the same arrays run at about the rate of one. The
+// copy holds the thread's rows in ascending order (the lower solve reads it forward, the upper
+// one backward); the row pointers cover all m rows, those of other threads' rows empty.
+struct PackedRows {
+    int* ptr; // m + 1, one-based
+    int* col; // one-based
+    void* val;
+};
+
 struct PlatformTrsvPlan {
     bool upper;
     int m;
@@ -135,6 +145,7 @@ struct PlatformTrsvPlan {
     int nwaits;
     Wait* waits; // in step order
     Tuner tuner;
+    PackedRows* packed; // one per thread, or null: then each solve reads the values it is given
 };
 
 namespace {
@@ -265,6 +276,12 @@ bool inspect(PlatformTrsvPlan* plan, const StepDeps& deps)
     return ok;
 }
 
+// Every PREFETCH_STEPS steps a thread prefetches the vector entries and row pointers of the row
+// VECTOR_AHEAD steps ahead in its own order of steps, running on into its next piece: its pieces
+// lie apart, and the hardware prefetchers would start afresh at each.
+constexpr int PREFETCH_STEPS = 8;
+constexpr int VECTOR_AHEAD = 128;
+
 // One thread's published progress, on a cache line of its own.
 struct alignas(64) Progress {
     std::atomic<int> step;
@@ -300,6 +317,12 @@ ALWAYS_INLINE inline void runThread(const PlatformTrsvPlan* plan, int t, Progres
                                     const V* a, const int* ia, const int* ja, const V* x, V* y)
 {
     const int m = plan->m;
+    if (plan->packed != nullptr) {
+        a = static_cast<const V*>(plan->packed[t].val);
+        ia = plan->packed[t].ptr;
+        ja = plan->packed[t].col;
+    }
+    const bool packed = plan->packed != nullptr;
     int seen[MAX_PLAN_THREADS];
     for (int u = 0; u < plan->threads; ++u)
         seen[u] = -1;
@@ -309,7 +332,25 @@ ALWAYS_INLINE inline void runThread(const PlatformTrsvPlan* plan, int t, Progres
         const int s1 = plan->chunkStart[c + 1];
         int w = firstWait(plan, s0);
         int nextAt = w < plan->nwaits ? plan->waits[w].at : INT_MAX;
+        // The thread's next piece, where the prefetch of the vectors runs on.
+        const bool more = c + plan->threads < plan->chunks;
+        const int nextBegin = more ? plan->chunkStart[c + plan->threads] : 0;
+        const int nextEnd = more ? plan->chunkStart[c + plan->threads + 1] : 0;
         auto ready = [&](int s) {
+            if ((s & (PREFETCH_STEPS - 1)) == 0) {
+                int ahead = s + VECTOR_AHEAD;
+                bool inside = ahead < s1;
+                if (!inside && more) {
+                    ahead += nextBegin - s1;
+                    inside = ahead < nextEnd;
+                }
+                if (inside) {
+                    const int r = plan->upper ? m - 1 - ahead : ahead;
+                    __builtin_prefetch(x + r);
+                    __builtin_prefetch(y + r, 1);
+                    __builtin_prefetch(ia + r);
+                }
+            }
             if (s > s0 && (s - s0) % PUBLISH_EVERY == 0)
                 publish(s - 1);
             if (s != nextAt)
@@ -328,10 +369,13 @@ ALWAYS_INLINE inline void runThread(const PlatformTrsvPlan* plan, int t, Progres
             }
             nextAt = w < plan->nwaits ? plan->waits[w].at : INT_MAX;
         };
+        // A thread's own copy runs on from one piece into the next: prefetch across them.
         if (plan->upper) {
-            solveUpper(m - s1, m - s0, a, ia, ja, x, y, [&](int i) { ready(m - 1 - i); });
+            solveUpper(
+                m - s1, m - s0, a, ia, ja, x, y, [&](int i) { ready(m - 1 - i); },
+                packed ? 0 : ia[m - s1] - 1);
         } else {
-            solveLower(s0, s1, a, ia, ja, x, y, ready);
+            solveLower(s0, s1, a, ia, ja, x, y, ready, ia[packed ? m : s1] - 1);
         }
         publish(s1 - 1);
     }
@@ -449,10 +493,94 @@ PlatformTrsvPlan* platform_csrtrsv_plan(const char* uplo, int m, const int* ia, 
     return plan;
 }
 
+namespace {
+
+// The thread that solves each row.
+int* rowOwners(const PlatformTrsvPlan* plan)
+{
+    int* owner = allocN<int>(plan->m);
+    if (owner == nullptr)
+        return nullptr;
+    for (int c = 0; c < plan->chunks; ++c) {
+        for (int s = plan->chunkStart[c]; s < plan->chunkStart[c + 1]; ++s)
+            owner[plan->upper ? plan->m - 1 - s : s] = c % plan->threads;
+    }
+    return owner;
+}
+
+void freePacked(PlatformTrsvPlan* plan)
+{
+    if (plan->packed == nullptr)
+        return;
+    for (int t = 0; t < plan->threads; ++t) {
+        std::free(plan->packed[t].ptr);
+        std::free(plan->packed[t].col);
+        std::free(plan->packed[t].val);
+    }
+    std::free(plan->packed);
+    plan->packed = nullptr;
+}
+
+template <class V> int pack(PlatformTrsvPlan* plan, const V* a, const int* ia, const int* ja)
+{
+    freePacked(plan);
+    const int m = plan->m;
+    const int nt = plan->threads;
+    int* owner = rowOwners(plan);
+    plan->packed =
+        static_cast<PackedRows*>(std::calloc(static_cast<size_t>(nt), sizeof(PackedRows)));
+    bool ok = owner != nullptr && plan->packed != nullptr;
+    for (int t = 0; ok && t < nt; ++t) {
+        long n = 0;
+        for (int i = 0; i < m; ++i)
+            n += owner[i] == t ? ia[i + 1] - ia[i] : 0;
+        PackedRows& r = plan->packed[t];
+        r.ptr = allocN<int>(m + 1L);
+        r.col = allocN<int>(n);
+        V* val = allocN<V>(n);
+        r.val = val;
+        ok = r.ptr != nullptr && r.col != nullptr && val != nullptr;
+        int q = 0;
+        for (int i = 0; ok && i < m; ++i) {
+            r.ptr[i] = q + 1;
+            if (owner[i] != t)
+                continue;
+            for (int p = ia[i] - 1; p < ia[i + 1] - 1; ++p, ++q) {
+                r.col[q] = ja[p];
+                val[q] = a[p];
+            }
+        }
+        if (ok)
+            r.ptr[m] = q + 1;
+    }
+    std::free(owner);
+    if (!ok) {
+        if (plan->packed != nullptr)
+            freePacked(plan);
+        return 0;
+    }
+    return 1;
+}
+
+} // namespace
+
+int platform_dcsrtrsv_plan_pack(PlatformTrsvPlan* plan, const double* a, const int* ia,
+                                const int* ja)
+{
+    return pack(plan, a, ia, ja);
+}
+
+int platform_zcsrtrsv_plan_pack(PlatformTrsvPlan* plan, const PlatformComplex16* a, const int* ia,
+                                const int* ja)
+{
+    return pack(plan, a, ia, ja);
+}
+
 void platform_csrtrsv_plan_free(PlatformTrsvPlan* plan)
 {
     if (plan == nullptr)
         return;
+    freePacked(plan);
     std::free(plan->chunkStart);
     std::free(plan->waits);
     std::free(plan);

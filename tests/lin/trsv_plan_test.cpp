@@ -102,6 +102,17 @@ void expectSameAsOneThread(const ComLinMat* a, int upper, PlatformTrsvPlan* plan
     EXPECT_TRUE(sameBits(got.get(), want.get())) << "in place";
 }
 
+// Gives the plan its per-thread copies of A's values.
+void pack(PlatformTrsvPlan* plan, const ComLinMat* a)
+{
+    const int ok =
+        a->dataType == LIN_REAL
+            ? platform_dcsrtrsv_plan_pack(plan, a->realData, a->row, a->col)
+            : platform_zcsrtrsv_plan_pack(
+                  plan, reinterpret_cast<const PlatformComplex16*>(a->compData), a->row, a->col);
+    EXPECT_EQ(ok, 1);
+}
+
 struct ForcePlans {
     ForcePlans() { platformTestForcePlans(1); }
     ~ForcePlans() { platformTestForcePlans(0); }
@@ -127,6 +138,10 @@ TEST(TriSolvPlan, GridTrianglesGiveTheOneThreadBitsOnTwoAndThreeThreads)
                         platform_csrtrsv_plan(upper ? "u" : "l", a->size, a->row, a->col, threads);
                     EXPECT_EQ(platform_csrtrsv_plan_threads(plan), threads);
                     expectSameAsOneThread(a.get(), upper, plan);
+                    pack(plan, a.get()); // each thread's rows in storage of its own
+                    expectSameAsOneThread(a.get(), upper, plan);
+                    pack(plan, a.get()); // packing again replaces the copies
+                    expectSameAsOneThread(a.get(), upper, plan);
                     platform_csrtrsv_plan_free(plan);
                 }
             }
@@ -147,6 +162,8 @@ TEST(TriSolvPlan, WaitsInEveryDirectionGiveTheOneThreadBits)
                              << "seed " << seed << " upper " << upper << " threads " << threads);
                 PlatformTrsvPlan* plan =
                     platform_csrtrsv_plan(upper ? "u" : "l", a->size, a->row, a->col, threads);
+                expectSameAsOneThread(a.get(), upper, plan);
+                pack(plan, a.get());
                 expectSameAsOneThread(a.get(), upper, plan);
                 platform_csrtrsv_plan_free(plan);
             }
