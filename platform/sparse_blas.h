@@ -71,4 +71,7 @@ int platform_zcsrtrsv_plan_pack(PlatformTrsvPlan* plan, const PlatformComplex16*
 // Test hook: with a non-zero argument, plans are made for any triangle with enough rows, however
 // little the threads would gain, so that every pattern can drive the waits; 0 restores the rule.
 void platformTestForcePlans(int on);
+// Test hook: the n-th allocation of the planning code from now on (plans and their copies) fails;
+// 0 lets every allocation succeed.
+void platformTestFailPlanAlloc(int n);
 }

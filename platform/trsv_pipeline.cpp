@@ -66,8 +66,14 @@ constexpr std::int64_t STALL_COST = 40;
 // A plan is made when its play-through takes at most this share of the one-thread time.
 constexpr double MAX_SHARE = 0.8;
 
+// Set by platformTestFailPlanAlloc: allocations left before the one that fails, or -1.
+int allocsBeforeFailure = -1;
+
+// Every allocation of the planning code.
 template <class T> T* allocN(long n)
 {
+    if (allocsBeforeFailure >= 0 && allocsBeforeFailure-- == 0)
+        return nullptr;
     return static_cast<T*>(std::malloc(static_cast<size_t>(n > 0 ? n : 1) * sizeof(T)));
 }
 
@@ -479,10 +485,10 @@ PlatformTrsvPlan* platform_csrtrsv_plan(const char* uplo, int m, const int* ia, 
     if (nthreads < 2 || uplo == nullptr ||
         (!forcePlans && static_cast<long>(ia[m]) - ia[0] + m < MIN_WORK))
         return nullptr;
-    auto* plan = static_cast<PlatformTrsvPlan*>(std::calloc(1, sizeof(PlatformTrsvPlan)));
+    auto* plan = allocN<PlatformTrsvPlan>(1);
     if (plan == nullptr)
         return nullptr;
-    plan->tuner = Tuner{};
+    *plan = PlatformTrsvPlan{};
     plan->upper = *uplo == 'u' || *uplo == 'U';
     plan->m = m;
     plan->threads = nthreads > MAX_PLAN_THREADS ? MAX_PLAN_THREADS : nthreads;
@@ -527,8 +533,9 @@ template <class V> int pack(PlatformTrsvPlan* plan, const V* a, const int* ia, c
     const int m = plan->m;
     const int nt = plan->threads;
     int* owner = rowOwners(plan);
-    plan->packed =
-        static_cast<PackedRows*>(std::calloc(static_cast<size_t>(nt), sizeof(PackedRows)));
+    plan->packed = allocN<PackedRows>(nt);
+    for (int t = 0; plan->packed != nullptr && t < nt; ++t)
+        plan->packed[t] = PackedRows{};
     bool ok = owner != nullptr && plan->packed != nullptr;
     for (int t = 0; ok && t < nt; ++t) {
         long n = 0;
@@ -554,12 +561,9 @@ template <class V> int pack(PlatformTrsvPlan* plan, const V* a, const int* ia, c
             r.ptr[m] = q + 1;
     }
     std::free(owner);
-    if (!ok) {
-        if (plan->packed != nullptr)
-            freePacked(plan);
-        return 0;
-    }
-    return 1;
+    if (!ok)
+        freePacked(plan);
+    return ok ? 1 : 0;
 }
 
 } // namespace
@@ -606,4 +610,9 @@ void platform_zcsrtrsv_planned(PlatformTrsvPlan* plan, const PlatformComplex16* 
 void platformTestForcePlans(int on)
 {
     forcePlans = on != 0;
+}
+
+void platformTestFailPlanAlloc(int n)
+{
+    allocsBeforeFailure = n > 0 ? n - 1 : -1;
 }

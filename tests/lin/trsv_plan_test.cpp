@@ -171,6 +171,36 @@ TEST(TriSolvPlan, WaitsInEveryDirectionGiveTheOneThreadBits)
     }
 }
 
+// Memory short while a plan or its copies are made: no plan, or a plan that reads the matrix
+// itself; either way nothing leaks (sanitizer build) and the solves give the one-thread bits.
+TEST(TriSolvPlan, EveryFailedAllocationLeavesAWorkingSolve)
+{
+    MatPtr a(gridTriangle(LIN_COMP, 300, 300, 1, true, 4)); // pays without forcing
+    int noPlan = 0, noCopy = 0, n = 1;
+    for (;; ++n) {
+        SCOPED_TRACE(testing::Message() << "allocation " << n);
+        platformTestFailPlanAlloc(n);
+        PlatformTrsvPlan* plan = platform_csrtrsv_plan("u", a->size, a->row, a->col, 2);
+        if (plan == nullptr) {
+            ++noPlan;
+            continue;
+        }
+        const int packed = platform_zcsrtrsv_plan_pack(
+            plan, reinterpret_cast<const PlatformComplex16*>(a->compData), a->row, a->col);
+        platformTestFailPlanAlloc(0);
+        noCopy += packed == 0;
+        expectSameAsOneThread(a.get(), 1, plan);
+        platform_csrtrsv_plan_free(plan);
+        if (packed == 1)
+            break; // the failure point lies beyond every allocation
+    }
+    platformTestFailPlanAlloc(0);
+    // Plan: pieces, waits, the pass over the steps, the play-through; copies: the owners, the
+    // per-thread records and three arrays for each of two threads.
+    EXPECT_EQ(noPlan, 5);
+    EXPECT_EQ(noCopy, 8);
+}
+
 TEST(TriSolvPlan, PlansOnlyWhereThreadsPay)
 {
     // A large grid pays; a chain of dependent rows, a small matrix and one thread do not.
