@@ -123,65 +123,83 @@ inline Z recip(Z d)
     return Z{d.real / dd, -d.imag / dd};
 }
 
-// Lower solve T y = x, forward, over rows [r0, r1): y_i = (x_i - sum_{j<i} t_ij y_j) / t_ii.
-// x may be y. ready(i) is called before row i reads anything (the pipelined solve waits there for
-// rows of other threads); rows before r0 are read from y. Values and columns are prefetched
-// PREFETCH_BYTES ahead, up to the entry last.
-// Each row depends on the one before through t_{i,i-1}; that term is taken from a register and
-// applied last, y_i = s r - (t_{i,i-1} r) y_{i-1} with r = 1 / t_ii, so that only one product
-// and one subtraction lie on the chain from row to row.
-template <class V, class Ready>
-ALWAYS_INLINE inline void solveLower(int r0, int r1, const V* val, const int* ptr, const int* col,
-                                     const V* x, V* y, Ready ready, int last)
+// Row i of the lower solve T y = x: y_i = (x_i - sum_{j<i} t_ij y_j) / t_ii, stored and
+// returned. prev is y_{i-1} when the caller has it in a register; fresh says it has not, and the
+// row then reads y_{i-1} from y if it needs it. Values and columns are prefetched PREFETCH_BYTES
+// ahead, up to the entry last.
+// Each row depends on the one before through t_{i,i-1}; that term is applied last,
+// y_i = s r - (t_{i,i-1} r) y_{i-1} with r = 1 / t_ii, so that only one product and one
+// subtraction lie on the chain from row to row.
+template <class V>
+ALWAYS_INLINE inline V lowerRow(int i, const V* val, const int* ptr, const int* col, const V* x,
+                                V* y, V prev, bool fresh, int last)
 {
-    V prev{}; // y_{i-1}
-    for (int i = r0; i < r1; ++i) {
-        ready(i);
-        const int end = ptr[i + 1] - 1;
-        int p = ptr[i] - 1;
-        prefetchAhead(val, col, p, last);
-        V s = x[i];
-        for (; p < end && col[p] < i; ++p)
-            subMul(s, val[p], y[col[p] - 1]);
-        int q = p;
-        const bool near = q < end && col[q] == i; // t_{i,i-1}
-        if (near)
-            ++q;
-        const V r = recip(q < end && col[q] == i + 1 ? val[q] : V{});
-        V t = mul(s, r);
-        if (near)
-            subMul(t, mul(val[p], r), i == r0 ? y[i - 1] : prev);
-        y[i] = prev = t;
-    }
+    const int end = ptr[i + 1] - 1;
+    int p = ptr[i] - 1;
+    prefetchAhead(val, col, p, last);
+    V s = x[i];
+    for (; p < end && col[p] < i; ++p)
+        subMul(s, val[p], y[col[p] - 1]);
+    int q = p;
+    const bool near = q < end && col[q] == i; // t_{i,i-1}
+    if (near)
+        ++q;
+    const V r = recip(q < end && col[q] == i + 1 ? val[q] : V{});
+    V t = mul(s, r);
+    if (near)
+        subMul(t, mul(val[p], r), fresh ? y[i - 1] : prev);
+    y[i] = t;
+    return t;
 }
 
-// Upper solve T y = x, backward, over rows [r0, r1) from r1 - 1 down:
-// y_i = (x_i - sum_{j>i} t_ij y_j) / t_ii. x may be y; ready(i) as in solveLower, rows from r1
-// on are read from y. The term of t_{i,i+1} is kept out of the row-to-row chain as there. Values
-// and columns are prefetched PREFETCH_BYTES behind, down to the entry first.
-template <class V, class Ready>
-ALWAYS_INLINE inline void solveUpper(int r0, int r1, const V* val, const int* ptr, const int* col,
-                                     const V* x, V* y, Ready ready, int first)
+// Row i of the upper solve T y = x: y_i = (x_i - sum_{j>i} t_ij y_j) / t_ii, stored and
+// returned; next is y_{i+1} unless fresh, as in lowerRow. The term of t_{i,i+1} is kept out of the
+// row-to-row chain as there. Values and columns are prefetched PREFETCH_BYTES behind, down to the
+// entry first.
+template <class V>
+ALWAYS_INLINE inline V upperRow(int i, const V* val, const int* ptr, const int* col, const V* x,
+                                V* y, V next, bool fresh, int first)
 {
-    V next{}; // y_{i+1}
-    for (int i = r1 - 1; i >= r0; --i) {
-        ready(i);
-        const int begin = ptr[i] - 1;
-        const int end = ptr[i + 1] - 1;
-        prefetchBehind(val, col, begin, first);
-        int q = end; // the strict upper part is [q, end) once the scan stops
-        while (q > begin && col[q - 1] > i + 1)
-            --q;
-        const V r = recip(q > begin && col[q - 1] == i + 1 ? val[q - 1] : V{});
-        const bool near = q < end && col[q] == i + 2; // t_{i,i+1}
-        V s = x[i];
-        for (int p = near ? q + 1 : q; p < end; ++p)
-            subMul(s, val[p], y[col[p] - 1]);
-        V t = mul(s, r);
-        if (near)
-            subMul(t, mul(val[q], r), i == r1 - 1 ? y[i + 1] : next);
-        y[i] = next = t;
-    }
+    const int begin = ptr[i] - 1;
+    const int end = ptr[i + 1] - 1;
+    prefetchBehind(val, col, begin, first);
+    int q = begin; // entries left of the diagonal are not referenced
+    while (q < end && col[q] <= i)
+        ++q;
+    V d{};
+    for (; q < end && col[q] == i + 1; ++q)
+        d = val[q];
+    const V r = recip(d);
+    const bool near = q < end && col[q] == i + 2; // t_{i,i+1}
+    V s = x[i];
+    for (int p = near ? q + 1 : q; p < end; ++p)
+        subMul(s, val[p], y[col[p] - 1]);
+    V t = mul(s, r);
+    if (near)
+        subMul(t, mul(val[q], r), fresh ? y[i + 1] : next);
+    y[i] = t;
+    return t;
+}
+
+// Lower solve T y = x, forward, over rows [r0, r1); rows before r0 are read from y. x may be y.
+template <class V>
+ALWAYS_INLINE inline void solveLower(int r0, int r1, const V* val, const int* ptr, const int* col,
+                                     const V* x, V* y, int last)
+{
+    V prev{};
+    for (int i = r0; i < r1; ++i)
+        prev = lowerRow(i, val, ptr, col, x, y, prev, i == r0, last);
+}
+
+// Upper solve T y = x, backward, over rows [r0, r1) from r1 - 1 down; rows from r1 on are read
+// from y. x may be y.
+template <class V>
+ALWAYS_INLINE inline void solveUpper(int r0, int r1, const V* val, const int* ptr, const int* col,
+                                     const V* x, V* y, int first)
+{
+    V next{};
+    for (int i = r1 - 1; i >= r0; --i)
+        next = upperRow(i, val, ptr, col, x, y, next, i == r1 - 1, first);
 }
 
 } // namespace platform

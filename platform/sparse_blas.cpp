@@ -340,11 +340,9 @@ ALWAYS_INLINE inline void substitute(bool upper, bool trans, int m, const V* a, 
             solveLowerTransposed(m, a, ia, ja, x, y);
         }
     } else if (upper) {
-        solveUpper(
-            0, m, a, ia, ja, x, y, [](int) {}, 0);
+        solveUpper(0, m, a, ia, ja, x, y, 0);
     } else {
-        solveLower(
-            0, m, a, ia, ja, x, y, [](int) {}, m > 0 ? ia[m] - 1 : 0);
+        solveLower(0, m, a, ia, ja, x, y, m > 0 ? ia[m] - 1 : 0);
     }
 }
 TARGET_CLONES void substituteOf(bool upper, bool trans, int m, const double* a, const int* ia,

@@ -44,8 +44,6 @@ struct Wait {
 
 // Shortest piece: a piece costs a publication and, usually, a wait.
 constexpr int MIN_PIECE = 32;
-// A thread publishes its progress every this many steps inside a piece, and at its end.
-constexpr int PUBLISH_EVERY = 64;
 // How far beyond the step it needs a stalled thread waits.
 constexpr int STALL_AHEAD = 256;
 // Pause instructions a waiting thread spins before it yields its processor at every turn.
@@ -282,10 +280,12 @@ bool inspect(PlatformTrsvPlan* plan, const StepDeps& deps)
     return ok;
 }
 
-// Every PREFETCH_STEPS steps a thread prefetches the vector entries and row pointers of the row
-// VECTOR_AHEAD steps ahead in its own order of steps, running on into its next piece: its pieces
-// lie apart, and the hardware prefetchers would start afresh at each.
-constexpr int PREFETCH_STEPS = 8;
+// A thread solves its pieces in blocks of at most BLOCK_STEPS steps, publishing its progress
+// after each; a block ends early at a step that waits. Before a block it prefetches the vector
+// entries and row pointers of the steps VECTOR_AHEAD further on in its own order of steps,
+// running on into its next piece: its pieces lie apart, and the hardware prefetchers would start
+// afresh at each.
+constexpr int BLOCK_STEPS = 256;
 constexpr int VECTOR_AHEAD = 128;
 
 // One thread's published progress, on a cache line of its own.
@@ -317,50 +317,49 @@ int firstWait(const PlatformTrsvPlan* plan, int s)
     return lo;
 }
 
+// Prefetches x, y and the row pointers of the steps [s0, s1) of a piece, every cache line of x.
+template <class V>
+inline void prefetchSteps(const PlatformTrsvPlan* plan, int s0, int s1, const int* ia,
+                          const V* x, const V* y)
+{
+    constexpr int perLine = 64 / static_cast<int>(sizeof(V));
+    for (int s = s0; s < s1; s += perLine) {
+        const int r = plan->upper ? plan->m - 1 - s : s;
+        __builtin_prefetch(x + r);
+        __builtin_prefetch(y + r, 1);
+        __builtin_prefetch(ia + r);
+    }
+}
+
 // The share of thread t: its pieces in order, each row after its waits.
 template <class V>
 ALWAYS_INLINE inline void runThread(const PlatformTrsvPlan* plan, int t, Progress* progress,
                                     const V* a, const int* ia, const int* ja, const V* x, V* y)
 {
     const int m = plan->m;
-    if (plan->packed != nullptr) {
+    const bool packed = plan->packed != nullptr;
+    if (packed) {
         a = static_cast<const V*>(plan->packed[t].val);
         ia = plan->packed[t].ptr;
         ja = plan->packed[t].col;
     }
-    const bool packed = plan->packed != nullptr;
     int seen[MAX_PLAN_THREADS];
     for (int u = 0; u < plan->threads; ++u)
         seen[u] = -1;
     auto publish = [&](int s) { progress[t].step.store(s, std::memory_order_release); };
+    int w = firstWait(plan, plan->chunkStart[t]);
     for (int c = t; c < plan->chunks; c += plan->threads) {
         const int s0 = plan->chunkStart[c];
         const int s1 = plan->chunkStart[c + 1];
-        int w = firstWait(plan, s0);
-        int nextAt = w < plan->nwaits ? plan->waits[w].at : INT_MAX;
         // The thread's next piece, where the prefetch of the vectors runs on.
         const bool more = c + plan->threads < plan->chunks;
-        const int nextBegin = more ? plan->chunkStart[c + plan->threads] : 0;
-        const int nextEnd = more ? plan->chunkStart[c + plan->threads + 1] : 0;
-        auto ready = [&](int s) {
-            if ((s & (PREFETCH_STEPS - 1)) == 0) {
-                int ahead = s + VECTOR_AHEAD;
-                bool inside = ahead < s1;
-                if (!inside && more) {
-                    ahead += nextBegin - s1;
-                    inside = ahead < nextEnd;
-                }
-                if (inside) {
-                    const int r = plan->upper ? m - 1 - ahead : ahead;
-                    __builtin_prefetch(x + r);
-                    __builtin_prefetch(y + r, 1);
-                    __builtin_prefetch(ia + r);
-                }
-            }
-            if (s > s0 && (s - s0) % PUBLISH_EVERY == 0)
-                publish(s - 1);
-            if (s != nextAt)
-                return;
+        const int nextBegin = more ? plan->chunkStart[c + plan->threads] : s1;
+        const int nextEnd = more ? plan->chunkStart[c + plan->threads + 1] : s1;
+        while (w < plan->nwaits && plan->waits[w].at < s0)
+            ++w;
+        if (s0 == s1)
+            publish(s1 - 1); // the others may wait for this thread to pass an empty piece
+        for (int s = s0; s < s1;) {
             for (; w < plan->nwaits && plan->waits[w].at == s; ++w) {
                 const Wait need = plan->waits[w];
                 if (seen[need.owner] >= need.need)
@@ -373,17 +372,27 @@ ALWAYS_INLINE inline void runThread(const PlatformTrsvPlan* plan, int t, Progres
                     pause(spins);
                 }
             }
-            nextAt = w < plan->nwaits ? plan->waits[w].at : INT_MAX;
-        };
-        // A thread's own copy runs on from one piece into the next: prefetch across them.
-        if (plan->upper) {
-            solveUpper(
-                m - s1, m - s0, a, ia, ja, x, y, [&](int i) { ready(m - 1 - i); },
-                packed ? 0 : ia[m - s1] - 1);
-        } else {
-            solveLower(s0, s1, a, ia, ja, x, y, ready, ia[packed ? m : s1] - 1);
+            int e = s + BLOCK_STEPS < s1 ? s + BLOCK_STEPS : s1;
+            if (w < plan->nwaits && plan->waits[w].at < e)
+                e = plan->waits[w].at;
+            // Prefetch the steps VECTOR_AHEAD on, in this piece or the next.
+            const int p0 = s + VECTOR_AHEAD, p1 = e + VECTOR_AHEAD;
+            prefetchSteps(plan, p0 < s1 ? p0 : s1, p1 < s1 ? p1 : s1, ia, x, y);
+            if (p1 > s1 && more) {
+                const int q0 = nextBegin + (p0 > s1 ? p0 - s1 : 0);
+                const int q1 = nextBegin + (p1 - s1);
+                prefetchSteps(plan, q0 < nextEnd ? q0 : nextEnd, q1 < nextEnd ? q1 : nextEnd, ia,
+                              x, y);
+            }
+            // A thread's own copy runs on from one piece into the next: prefetch across them.
+            if (plan->upper) {
+                solveUpper(m - e, m - s, a, ia, ja, x, y, packed ? 0 : ia[m - s1] - 1);
+            } else {
+                solveLower(s, e, a, ia, ja, x, y, ia[packed ? m : s1] - 1);
+            }
+            publish(e - 1);
+            s = e;
         }
-        publish(s1 - 1);
     }
 }
 
