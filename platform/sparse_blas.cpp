@@ -349,8 +349,9 @@ TARGET_CLONES void upperOf(int m, const Z* a, const int* ia, const int* ja, cons
 {
     solveUpper(0, m, a, ia, ja, x, y, 0);
 }
-TARGET_CLONES void transposedOf(bool upper, int m, const double* a, const int* ia, const int* ja,
-                                const double* x, double* y)
+template <class V>
+ALWAYS_INLINE inline void transposed(bool upper, int m, const V* a, const int* ia, const int* ja,
+                                     const V* x, V* y)
 {
     if (upper) {
         solveUpperTransposed(m, a, ia, ja, x, y);
@@ -358,14 +359,15 @@ TARGET_CLONES void transposedOf(bool upper, int m, const double* a, const int* i
         solveLowerTransposed(m, a, ia, ja, x, y);
     }
 }
+TARGET_CLONES void transposedOf(bool upper, int m, const double* a, const int* ia, const int* ja,
+                                const double* x, double* y)
+{
+    transposed(upper, m, a, ia, ja, x, y);
+}
 TARGET_CLONES void transposedOf(bool upper, int m, const Z* a, const int* ia, const int* ja,
                                 const Z* x, Z* y)
 {
-    if (upper) {
-        solveUpperTransposed(m, a, ia, ja, x, y);
-    } else {
-        solveLowerTransposed(m, a, ia, ja, x, y);
-    }
+    transposed(upper, m, a, ia, ja, x, y);
 }
 
 template <class V>
