@@ -40,6 +40,9 @@ struct ComLinVec {
 
 // New matrix in the given form with uninitialised arrays; null after an error line.
 ComLinMat* comLinMatCreate(KwilHandle* handle, int type, int dataType, int size, int dataNum);
+// Allocates the n values of a matrix or vector of the data type, real into *real or complex
+// (2n doubles) into *comp; false after the create functions' error line.
+bool linAllocValues(KwilHandle* handle, int dataType, long n, double** real, double** comp);
 // Frees the arrays and the record; null is allowed.
 void comLinMatDelete(KwilHandle* handle, ComLinMat* mat);
 // Length of the row array in the given form: size+1 for CSR, dataNum otherwise.

@@ -26,20 +26,21 @@ ComLinMat* comLinMatCreate(KwilHandle* handle, int type, int dataType, int size,
         return static_cast<ComLinMat*>(
             comErrNull(handle, "Row or col allocation error in matrix create"));
     }
-    if (dataType == LIN_REAL) {
-        mat->realData = kwil::comAllocN<double>(handle, dataNum);
-        if (mat->realData == nullptr) {
-            return static_cast<ComLinMat*>(
-                comErrNull(handle, "Real data allocation error in matrix create"));
-        }
-    } else {
-        mat->compData = kwil::comAllocN<double>(handle, 2L * dataNum);
-        if (mat->compData == nullptr) {
-            return static_cast<ComLinMat*>(
-                comErrNull(handle, "Comp data allocation error in matrix create"));
-        }
-    }
+    if (!linAllocValues(handle, dataType, dataNum, &mat->realData, &mat->compData))
+        return nullptr;
     return own.release();
+}
+
+bool linAllocValues(KwilHandle* handle, int dataType, long n, double** real, double** comp)
+{
+    const bool isReal = dataType == LIN_REAL;
+    double* values = kwil::comAllocN<double>(handle, isReal ? n : 2 * n);
+    if (values == nullptr) {
+        comErrNull(handle, "%s data allocation error in matrix create", isReal ? "Real" : "Comp");
+        return false;
+    }
+    *(isReal ? real : comp) = values;
+    return true;
 }
 
 void comLinMatDelete(KwilHandle* handle, ComLinMat* mat)

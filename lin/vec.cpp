@@ -17,19 +17,8 @@ ComLinVec* comLinVecCreate(KwilHandle* handle, int dataType, int size)
     }
     *vec = ComLinVec{size, dataType, nullptr, nullptr};
     kwil::ComOwn<ComLinVec, comLinVecDelete> own(handle, vec);
-    if (dataType == LIN_REAL) {
-        vec->realData = kwil::comAllocN<double>(handle, size);
-        if (vec->realData == nullptr) {
-            return static_cast<ComLinVec*>(
-                comErrNull(handle, "Real data allocation error in matrix create"));
-        }
-    } else {
-        vec->compData = kwil::comAllocN<double>(handle, 2L * size);
-        if (vec->compData == nullptr) {
-            return static_cast<ComLinVec*>(
-                comErrNull(handle, "Comp data allocation error in matrix create"));
-        }
-    }
+    if (!linAllocValues(handle, dataType, size, &vec->realData, &vec->compData))
+        return nullptr;
     return own.release();
 }
 
