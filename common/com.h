@@ -1,6 +1,7 @@
 // Common runtime: the handle record, log lines, assertions, timing, threads, memory, options.
 #pragma once
 
+#include <cstdarg>
 #include <ctime>
 
 #include "api/kwil.h"
@@ -31,6 +32,9 @@ void* comErrNull(const KwilHandle* handle, const char* format, ...) KWIL_PRINTF(
 void comAssert(const KwilHandle* handle, bool cond, const char* format, ...) KWIL_PRINTF(3, 4);
 // True when trace output is enabled: no handle, or TRACE non-zero.
 bool comTraceOn(const KwilHandle* handle);
+// Starts a trace line of several parts: writes "KWILTRC: " and the formatted text, without the
+// newline and without checking TRACE (the caller has).
+void comTraceBegin(const char* format, va_list args);
 
 // Timing record of the trace.
 struct ComTime {

@@ -21,6 +21,12 @@ bool comTraceOn(const KwilHandle* handle)
     return handle == nullptr || handle->intOpt == nullptr || handle->intOpt[OPT_TRACE] != 0;
 }
 
+void comTraceBegin(const char* format, va_list args)
+{
+    fputs("KWILTRC: ", stdout);
+    vprintf(format, args);
+}
+
 void comTrace(const KwilHandle* handle, const char* format, ...)
 {
     if (!comTraceOn(handle)) return;

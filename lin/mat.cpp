@@ -136,10 +136,9 @@ void comLinMatTrace(KwilHandle* handle, const ComLinMat* mat, const char* format
 {
     if (!comTraceOn(handle))
         return;
-    fputs("KWILTRC: ", stdout);
     va_list args;
     va_start(args, format);
-    vprintf(format, args);
+    comTraceBegin(format, args);
     va_end(args);
     fputc('\n', stdout);
     int row = 0, col = 0, pos = 0;

@@ -128,10 +128,9 @@ void comLinVecTrace(KwilHandle* handle, const ComLinVec* vec, const char* format
 {
     if (!comTraceOn(handle))
         return;
-    fputs("KWILTRC: ", stdout);
     va_list args;
     va_start(args, format);
-    vprintf(format, args);
+    comTraceBegin(format, args);
     va_end(args);
     fputc('\n', stdout);
     for (long i = 0; i < vec->size; ++i) {

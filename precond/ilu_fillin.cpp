@@ -361,10 +361,9 @@ void ILUFillInTraceColData(KwilHandle* handle, const ILUFillInColData* node, int
 {
     if (!comTraceOn(handle))
         return;
-    fputs("KWILTRC: ", stdout);
     va_list args;
     va_start(args, format);
-    vprintf(format, args);
+    comTraceBegin(format, args);
     va_end(args);
     printf(" row %d col\n", row);
     for (; node != nullptr; node = node->next)
