@@ -120,17 +120,7 @@ TEST(IluFillIn, ComplexWithZeroImaginaryPartsEqualsReal)
     ASSERT_EQ(fr.ok, 1);
     ASSERT_EQ(fc.ok, 1);
     EXPECT_GT(fr.l->dataNum + fr.u->dataNum, a->dataNum + 60); // some fill-in happened
-    for (auto pair :
-         {std::make_pair(fr.l.get(), fc.l.get()), std::make_pair(fr.u.get(), fc.u.get())}) {
-        const auto er = entries(*pair.first), ec = entries(*pair.second);
-        ASSERT_EQ(er.size(), ec.size());
-        for (size_t p = 0; p < er.size(); ++p) {
-            EXPECT_EQ(er[p].row, ec[p].row);
-            EXPECT_EQ(er[p].col, ec[p].col);
-            EXPECT_EQ(ec[p].v.imag(), 0.0);
-            EXPECT_NEAR(ec[p].v.real(), er[p].v.real(), 1e-13 * std::max(1.0, std::abs(er[p].v)));
-        }
-    }
+    expectComplexMatchesReal(fr, fc);
 }
 
 TEST(IluFillIn, MissingDiagonalOrEmptyRowFails)

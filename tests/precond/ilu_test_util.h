@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "precond/precond.h"
@@ -51,6 +53,25 @@ inline void expectSameAsReference(IluFn fast, IluFn reference, KwilHandle* h, co
         return;
     EXPECT_TRUE(sameBits(*f.l, *r.l)) << what << ": L differs";
     EXPECT_TRUE(sameBits(*f.u, *r.u)) << what << ": U differs";
+}
+
+// The factors of the complex copy of a real matrix (fc) match those of the real one (fr): same
+// pattern, zero imaginary parts, real parts equal up to the rounding of the complex quotient
+// (a b) / (b b), which can differ from a / b in the last bit and is magnified by cancellation
+// relative to small entries.
+inline void expectComplexMatchesReal(const Factors& fr, const Factors& fc)
+{
+    for (auto pair :
+         {std::make_pair(fr.l.get(), fc.l.get()), std::make_pair(fr.u.get(), fc.u.get())}) {
+        const auto er = entries(*pair.first), ec = entries(*pair.second);
+        ASSERT_EQ(er.size(), ec.size());
+        for (size_t p = 0; p < er.size(); ++p) {
+            EXPECT_EQ(er[p].row, ec[p].row);
+            EXPECT_EQ(er[p].col, ec[p].col);
+            EXPECT_EQ(ec[p].v.imag(), 0.0);
+            EXPECT_NEAR(ec[p].v.real(), er[p].v.real(), 1e-13 * std::max(1.0, std::abs(er[p].v)));
+        }
+    }
 }
 
 } // namespace prectest
