@@ -260,7 +260,7 @@ template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatO
             // Real rows take two updates per turn: the one-update loop ran up to a third
             // slower or not depending on where the linker placed it, the two-update loop at
             // about the speed of its best placement at every offset tried. The columns differ,
-            // so the two keeps come in the one-update order. Complex rows ran slower so.
+            // so the two keeps come in the one-update order. Complex rows ran slower that way.
             int q = dk + 1;
             for (; pairUpdates && q + 1 < q1; q += 2) {
                 const int j0 = kc[q], j1 = kc[q + 1];
