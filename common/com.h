@@ -144,7 +144,10 @@ int comOptSave(const KwilHandle* handle, const char* path);
 void comOptTrace(const KwilHandle* handle, const char* title);
 
 // Option values of a handle.
-inline int comOptInt(const KwilHandle* handle, ComOptIntKey key) { return handle->intOpt[key]; }
+inline int comOptInt(const KwilHandle* handle, ComOptIntKey key)
+{
+    return handle->intOpt[key];
+}
 inline double comOptDbl(const KwilHandle* handle, ComOptDblKey key)
 {
     return handle->dblOpt[key];

@@ -14,7 +14,7 @@ void writeLine(FILE* stream, const char* tag, const char* format, va_list args)
     fputc('\n', stream);
 }
 
-}  // namespace
+} // namespace
 
 bool comTraceOn(const KwilHandle* handle)
 {
@@ -29,7 +29,8 @@ void comTraceBegin(const char* format, va_list args)
 
 void comTrace(const KwilHandle* handle, const char* format, ...)
 {
-    if (!comTraceOn(handle)) return;
+    if (!comTraceOn(handle))
+        return;
     va_list args;
     va_start(args, format);
     writeLine(stdout, "KWILTRC: ", format, args);
@@ -65,7 +66,8 @@ void* comErrNull(const KwilHandle*, const char* format, ...)
 
 void comAssert(const KwilHandle*, bool cond, const char* format, ...)
 {
-    if (cond) return;
+    if (cond)
+        return;
     va_list args;
     va_start(args, format);
     writeLine(stderr, "KWILASR: ", format, args);
