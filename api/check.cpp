@@ -22,8 +22,10 @@ int checkMatCoefLack(KwilHandle* handle, const char* place)
 int reviseDataTypeUnmatch(KwilHandle* handle, const ComLinMat* mat, ComLinVec** vec,
                           const char* place)
 {
-    if ((*vec)->dataType == mat->dataType) return 1;
-    if (mat->dataType == LIN_REAL) return comErr(handle, "Data type unmatch in %s", place);
+    if ((*vec)->dataType == mat->dataType)
+        return 1;
+    if (mat->dataType == LIN_REAL)
+        return comErr(handle, "Data type unmatch in %s", place);
     ComLinVec* comp = comLinVecCreateCompFromReal(handle, *vec);
     if (comp == nullptr) {
         return comErr(handle, "Vector comp revies data create error in %s", place);
@@ -43,12 +45,15 @@ int kwilCheckResult(KwilHandle* handle, double* relRes, double* absRes)
     if (a->size != handle->vecFix->size || a->size != handle->vecVar->size) {
         return comErr(handle, "Size unmatch in check result");
     }
-    if (!reviseDataTypeUnmatch(handle, a, &handle->vecFix, "check result")) return 0;
-    if (!reviseDataTypeUnmatch(handle, a, &handle->vecVar, "check result")) return 0;
+    if (!reviseDataTypeUnmatch(handle, a, &handle->vecFix, "check result"))
+        return 0;
+    if (!reviseDataTypeUnmatch(handle, a, &handle->vecVar, "check result"))
+        return 0;
 
     // A matrix that a solve left in CSR form is used as it is; no repair, no scaling here.
     if (a->type != MAT_CSR) {
-        if (!checkMatCoefLack(handle, "check result")) return 0;
+        if (!checkMatCoefLack(handle, "check result"))
+            return 0;
         int zeroDiag = 0;
         comToolMatClearZero(handle, a, &zeroDiag);
         if (!comLinMatChangeType(handle, a, MAT_CSR)) {
@@ -60,20 +65,23 @@ int kwilCheckResult(KwilHandle* handle, double* relRes, double* absRes)
     double rel = 0.0;
     double abs = 0.0;
     const int threads = comSetThreads(handle);
-    const int ok = comToolCheckResult(handle, a, handle->vecFix, handle->vecVar, &rel, &abs,
-                                      nullptr);
+    const int ok =
+        comToolCheckResult(handle, a, handle->vecFix, handle->vecVar, &rel, &abs, nullptr);
     comResetThreads(handle, threads);
     if (ok) {
-        if (relRes != nullptr) *relRes = rel;
-        if (absRes != nullptr) *absRes = abs;
+        if (relRes != nullptr)
+            *relRes = rel;
+        if (absRes != nullptr)
+            *absRes = abs;
     }
     comTrace(handle, "Check solver result norm rel %.4e abs %.4e", rel, abs);
-    if (!ok) return 0;
+    if (!ok)
+        return 0;
 
     // The limit is active only above the smallest normal double; the test is strict.
     if (limit > DBL_MIN && rel > limit) {
-        return comErr(handle, "Limit %.4e over error in check result norm rel %.4e abs %.4e",
-                      limit, rel, abs);
+        return comErr(handle, "Limit %.4e over error in check result norm rel %.4e abs %.4e", limit,
+                      rel, abs);
     }
     return 1;
 }

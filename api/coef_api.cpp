@@ -10,11 +10,17 @@
 namespace {
 
 // The interface's data type flag: 0 real, anything else complex.
-int getDataType(int flag) { return flag == 0 ? LIN_REAL : LIN_COMP; }
+int getDataType(int flag)
+{
+    return flag == 0 ? LIN_REAL : LIN_COMP;
+}
 
 // The stored 1-based index of a 0-based host index; INT_MAX, which has no successor, maps to
 // 0, which is out of range just as INT_MAX + 1 would be.
-int toStored(int index) { return index < INT_MAX ? index + 1 : 0; }
+int toStored(int index)
+{
+    return index < INT_MAX ? index + 1 : 0;
+}
 
 void dropMatrix(KwilHandle* handle)
 {
@@ -22,7 +28,7 @@ void dropMatrix(KwilHandle* handle)
     handle->matCoef = nullptr;
 }
 
-}  // namespace
+} // namespace
 
 int kwilMatCoefCreate(KwilHandle* handle, int flag, int size, int dataNum)
 {
@@ -30,15 +36,18 @@ int kwilMatCoefCreate(KwilHandle* handle, int flag, int size, int dataNum)
     // A negative entry count fails the allocation; a negative size is kept as it stands, and
     // no entry can then be set within it.
     ComLinMat* mat = comLinMatCreate(handle, MAT_COO, getDataType(flag), size, dataNum);
-    if (mat == nullptr) return comErr(handle, "Create error in create coef mat");
+    if (mat == nullptr)
+        return comErr(handle, "Create error in create coef mat");
     for (long p = 0; p < dataNum; ++p) {
         mat->row[p] = -1;
         mat->col[p] = -1;
     }
     if (mat->dataType == LIN_REAL) {
-        for (long p = 0; p < dataNum; ++p) mat->realData[p] = 0.0;
+        for (long p = 0; p < dataNum; ++p)
+            mat->realData[p] = 0.0;
     } else {
-        for (long p = 0; p < 2L * dataNum; ++p) mat->compData[p] = 0.0;
+        for (long p = 0; p < 2L * dataNum; ++p)
+            mat->compData[p] = 0.0;
     }
     handle->matCoef = mat;
     return 1;
@@ -47,25 +56,27 @@ int kwilMatCoefCreate(KwilHandle* handle, int flag, int size, int dataNum)
 int kwilMatCoefInfo(KwilHandle* handle, int* flag, int* size, int* dataNum)
 {
     const ComLinMat* mat = handle->matCoef;
-    if (mat == nullptr) return comErr(handle, "No data in get coef mat info");
+    if (mat == nullptr)
+        return comErr(handle, "No data in get coef mat info");
     *flag = mat->dataType == LIN_COMP ? 1 : 0;
     *size = mat->size;
     *dataNum = mat->dataNum;
     return 1;
 }
 
-int kwilMatCoefSet(KwilHandle* handle, int row, int col, int pos, double re, double im,
-                   int restore)
+int kwilMatCoefSet(KwilHandle* handle, int row, int col, int pos, double re, double im, int restore)
 {
     ComLinMat* mat = handle->matCoef;
-    if (mat == nullptr) return comErr(handle, "No data in set coef mat");
-    if (!comLinMatParamCheckDispShift(handle, mat, pos, toStored(row), toStored(col), pos, row,
-                                      col, "set coef mat")) {
+    if (mat == nullptr)
+        return comErr(handle, "No data in set coef mat");
+    if (!comLinMatParamCheckDispShift(handle, mat, pos, toStored(row), toStored(col), pos, row, col,
+                                      "set coef mat")) {
         return 0;
     }
     if (mat->type != MAT_COO) {
         // A solve or a result check has converted the matrix.
-        if (restore == 0) return comErr(handle, "Invalid mat type (after solver) in set coef mat");
+        if (restore == 0)
+            return comErr(handle, "Invalid mat type (after solver) in set coef mat");
         if (!comLinMatChangeType(handle, mat, MAT_COO)) {
             return comErr(handle, "Restore mat type error in set coef mat");
         }
@@ -85,7 +96,8 @@ int kwilMatCoefGetNext(KwilHandle* handle, int* row, int* col, int* pos, double*
                        int* end, int first)
 {
     const ComLinMat* mat = handle->matCoef;
-    if (mat == nullptr) return comErr(handle, "No data in get next coef mat");
+    if (mat == nullptr)
+        return comErr(handle, "No data in get next coef mat");
     if (first == 0 && (*pos < 0 || *pos > mat->dataNum)) {
         return comErr(handle, "Invalid pos in get next coef mat pos=%d", *pos);
     }
@@ -96,7 +108,7 @@ int kwilMatCoefGetNext(KwilHandle* handle, int* row, int* col, int* pos, double*
         *end = 1;
         return 1;
     }
-    *row = r - 1;  // an empty slot (-1) is delivered as -2
+    *row = r - 1; // an empty slot (-1) is delivered as -2
     *col = c - 1;
     *end = 0;
     return 1;

@@ -31,13 +31,15 @@ KWIL_API int kwilReadOptFile(KwilHandle* handle, const char* path);
 /* Sets one option: flag non-zero names an int option (intVal), zero a double one (dblVal). */
 KWIL_API int kwilSetOpt(KwilHandle* handle, const char* name, int flag, int intVal, double dblVal);
 /* Reads one option into *intVal (flag non-zero) or *dblVal (flag zero); the other may be NULL. */
-KWIL_API int kwilGetOpt(KwilHandle* handle, const char* name, int flag, int* intVal, double* dblVal);
+KWIL_API int kwilGetOpt(KwilHandle* handle, const char* name, int flag, int* intVal,
+                        double* dblVal);
 
 /* Creates A (flag 0 real, else complex) of order size with dataNum empty entry slots. */
 KWIL_API int kwilMatCoefCreate(KwilHandle* handle, int flag, int size, int dataNum);
 /* Reports A's data type (1 complex, 0 real), order and number of entry slots. */
 KWIL_API int kwilMatCoefInfo(KwilHandle* handle, int* flag, int* size, int* dataNum);
-/* Stores entry slot pos as (row, col, re + i im), 0-based; restore non-zero allows it after a solve. */
+/* Stores entry slot pos as (row, col, re + i im), 0-based; restore non-zero allows it after a
+ * solve. */
 KWIL_API int kwilMatCoefSet(KwilHandle* handle, int row, int col, int pos, double re, double im,
                             int restore);
 /* Delivers A's entries one by one: first non-zero starts at slot 0; *end is 1 past the last. */

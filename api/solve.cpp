@@ -17,7 +17,7 @@ namespace {
 
 // The saved diagonal of a zero-diagonal repair; written back into A by reset() or on scope exit.
 class DiagRepair {
-public:
+  public:
     explicit DiagRepair(KwilHandle* handle) : handle_(handle), saved_(nullptr) {}
     ~DiagRepair() { reset(); }
     DiagRepair(const DiagRepair&) = delete;
@@ -31,26 +31,28 @@ public:
     // Inserted entries become explicit zeros; the saved diagonal is released.
     void reset()
     {
-        if (saved_ == nullptr) return;
+        if (saved_ == nullptr)
+            return;
         comToolResetRevDiagZero(handle_, handle_->matCoef, saved_);
         saved_ = nullptr;
     }
 
-private:
+  private:
     KwilHandle* handle_;
     ComLinVec* saved_;
 };
 
 // The symmetrically scaled copies of A and b and the scale vector, while scaling is active.
 class DiagScale {
-public:
+  public:
     explicit DiagScale(KwilHandle* handle)
         : handle_(handle), as_(nullptr), bs_(nullptr), s_(nullptr)
     {
     }
     ~DiagScale()
     {
-        if (!active()) return;
+        if (!active())
+            return;
         comLinMatDelete(handle_, as_);
         comLinVecsDelete(handle_, bs_, s_, nullptr, nullptr);
     }
@@ -67,14 +69,15 @@ public:
     // x := S x, and the copies and the scale vector are released.
     void reset(ComLinVec* x)
     {
-        if (!active()) return;
+        if (!active())
+            return;
         comToolResetDiagScale(handle_, as_, bs_, s_, x);
         as_ = nullptr;
         bs_ = nullptr;
         s_ = nullptr;
     }
 
-private:
+  private:
     KwilHandle* handle_;
     ComLinMat* as_;
     ComLinVec* bs_;
@@ -85,7 +88,8 @@ private:
 // 9, whether or not a solver stands behind the value), 2 always, otherwise never.
 bool repairWanted(int revDiagZero, int solver, int zeroDiag)
 {
-    if (revDiagZero == 1) return zeroDiag > 0 && solver >= 0 && solver <= 9;
+    if (revDiagZero == 1)
+        return zeroDiag > 0 && solver >= 0 && solver <= 9;
     return revDiagZero == 2;
 }
 
@@ -116,8 +120,10 @@ int makeSaveDir(KwilHandle* handle, char* dir, size_t len)
 {
     for (int n = 1; n <= 9999; ++n) {
         snprintf(dir, len, "kwilSave%04d", n);
-        if (mkdir(dir, 0755) == 0) return 1;
-        if (errno != EEXIST) return comErr(handle, "Make save all dir error in solver");
+        if (mkdir(dir, 0755) == 0)
+            return 1;
+        if (errno != EEXIST)
+            return comErr(handle, "Make save all dir error in solver");
     }
     return comErr(handle, "Too mutch save all dir in solver");
 }
@@ -127,7 +133,8 @@ int makeSaveDir(KwilHandle* handle, char* dir, size_t len)
 void saveAll(KwilHandle* handle)
 {
     char dir[32];
-    if (!makeSaveDir(handle, dir, sizeof dir)) return;
+    if (!makeSaveDir(handle, dir, sizeof dir))
+        return;
     char path[64];
     snprintf(path, sizeof path, "%s/%s", dir, "kwil.ini");
     comOptSave(handle, path);
@@ -142,8 +149,7 @@ void saveAll(KwilHandle* handle)
     double rel = NAN;
     double abs = NAN;
     snprintf(path, sizeof path, "%s/vecDiff.mtx", dir);
-    comToolCheckResult(handle, handle->matCoef, handle->vecFix, handle->vecVar, &rel, &abs,
-                       path);
+    comToolCheckResult(handle, handle->matCoef, handle->vecFix, handle->vecVar, &rel, &abs, path);
 
     snprintf(path, sizeof path, "%s/result.txt", dir);
     FILE* fp = fopen(path, "w");
@@ -176,9 +182,12 @@ int solve(KwilHandle* handle)
     if (a->type != MAT_COO && !comLinMatChangeType(handle, a, MAT_COO)) {
         return comErr(handle, "Restore mat type error in solver");
     }
-    if (!checkMatCoefLack(handle, "solver")) return 0;
-    if (handle->vecFix->size != a->size) return comErr(handle, "Size unmatch in solver");
-    if (!reviseDataTypeUnmatch(handle, a, &handle->vecFix, "solver")) return 0;
+    if (!checkMatCoefLack(handle, "solver"))
+        return 0;
+    if (handle->vecFix->size != a->size)
+        return comErr(handle, "Size unmatch in solver");
+    if (!reviseDataTypeUnmatch(handle, a, &handle->vecFix, "solver"))
+        return 0;
 
     // Every solver starts from x = 0, whatever the host put into the variable vector.
     comLinVecDelete(handle, handle->vecVar);
@@ -191,7 +200,8 @@ int solve(KwilHandle* handle)
     int zeroDiag = 0;
     comToolMatClearZero(handle, a, &zeroDiag);
     DiagRepair repair(handle);
-    if (repairWanted(revDiagZero, solver, zeroDiag) && !repair.run()) return 0;
+    if (repairWanted(revDiagZero, solver, zeroDiag) && !repair.run())
+        return 0;
 
     // The sort inside rejects duplicate entries; the repair is undone on the way out.
     if (!comLinMatChangeType(handle, a, MAT_CSR)) {
@@ -217,12 +227,14 @@ int solve(KwilHandle* handle)
     }
     scale.reset(x);
     repair.reset();
-    if (result == 1) comTimeCheck(handle, "", &timer, 0);
-    if (save != 0) saveAll(handle);
+    if (result == 1)
+        comTimeCheck(handle, "", &timer, 0);
+    if (save != 0)
+        saveAll(handle);
     return result;
 }
 
-}  // namespace
+} // namespace
 
 int kwilSolv(KwilHandle* handle)
 {

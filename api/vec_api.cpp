@@ -11,15 +11,18 @@ namespace {
 // One of the two vectors of the handle.
 struct VecSlot {
     ComLinVec* KwilHandle::*field;
-    const char* word;   // "fix" or "var", as the messages name the vector
-    const char* setAt;  // place text of the index check
+    const char* word;  // "fix" or "var", as the messages name the vector
+    const char* setAt; // place text of the index check
     const char* getAt;
 };
 
 const VecSlot fixSlot{&KwilHandle::vecFix, "fix", "set fix vec", "get fix vec"};
 const VecSlot varSlot{&KwilHandle::vecVar, "var", "set var vec", "get var vec"};
 
-int getDataType(int flag) { return flag == 0 ? LIN_REAL : LIN_COMP; }
+int getDataType(int flag)
+{
+    return flag == 0 ? LIN_REAL : LIN_COMP;
+}
 
 void dropVector(KwilHandle* handle, const VecSlot& s)
 {
@@ -32,7 +35,8 @@ int vecCreate(KwilHandle* handle, const VecSlot& s, int flag, int size, double r
     dropVector(handle, s);
     // A negative length fails the allocation of the values, which reports it first.
     ComLinVec* vec = comLinVecCreateInit(handle, getDataType(flag), size, ComComplex{re, im});
-    if (vec == nullptr) return comErr(handle, "Create error in create %s vec", s.word);
+    if (vec == nullptr)
+        return comErr(handle, "Create error in create %s vec", s.word);
     handle->*s.field = vec;
     return 1;
 }
@@ -40,7 +44,8 @@ int vecCreate(KwilHandle* handle, const VecSlot& s, int flag, int size, double r
 int vecInfo(KwilHandle* handle, const VecSlot& s, int* flag, int* size)
 {
     const ComLinVec* vec = handle->*s.field;
-    if (vec == nullptr) return comErr(handle, "No data in get %s vec info", s.word);
+    if (vec == nullptr)
+        return comErr(handle, "No data in get %s vec info", s.word);
     *flag = vec->dataType == LIN_COMP ? 1 : 0;
     *size = vec->size;
     return 1;
@@ -49,8 +54,10 @@ int vecInfo(KwilHandle* handle, const VecSlot& s, int* flag, int* size)
 int vecSet(KwilHandle* handle, const VecSlot& s, int index, double re, double im)
 {
     ComLinVec* vec = handle->*s.field;
-    if (vec == nullptr) return comErr(handle, "No data in set %s vec", s.word);
-    if (!comLinVecParamCheck(handle, vec, index, s.setAt)) return 0;
+    if (vec == nullptr)
+        return comErr(handle, "No data in set %s vec", s.word);
+    if (!comLinVecParamCheck(handle, vec, index, s.setAt))
+        return 0;
     if (vec->dataType == LIN_REAL) {
         vec->realData[index] = re;
     } else {
@@ -63,8 +70,10 @@ int vecSet(KwilHandle* handle, const VecSlot& s, int index, double re, double im
 int vecGet(KwilHandle* handle, const VecSlot& s, int index, double* re, double* im)
 {
     const ComLinVec* vec = handle->*s.field;
-    if (vec == nullptr) return comErr(handle, "No data in get %s vec", s.word);
-    if (!comLinVecParamCheck(handle, vec, index, s.getAt)) return 0;
+    if (vec == nullptr)
+        return comErr(handle, "No data in get %s vec", s.word);
+    if (!comLinVecParamCheck(handle, vec, index, s.getAt))
+        return 0;
     if (vec->dataType == LIN_REAL) {
         *re = vec->realData[index];
         *im = 0.0;
@@ -79,7 +88,8 @@ int vecFileRead(KwilHandle* handle, const VecSlot& s, const char* path)
 {
     dropVector(handle, s);
     ComLinVec* vec = comFileVecRead(handle, path);
-    if (vec == nullptr) return comErr(handle, "Read error in read %s vec file '%s'", s.word, path);
+    if (vec == nullptr)
+        return comErr(handle, "Read error in read %s vec file '%s'", s.word, path);
     handle->*s.field = vec;
     return 1;
 }
@@ -87,11 +97,12 @@ int vecFileRead(KwilHandle* handle, const VecSlot& s, const char* path)
 int vecFileWrite(KwilHandle* handle, const VecSlot& s, const char* path)
 {
     const ComLinVec* vec = handle->*s.field;
-    if (vec == nullptr) return comErr(handle, "No data in write %s vec file '%s'", s.word, path);
+    if (vec == nullptr)
+        return comErr(handle, "No data in write %s vec file '%s'", s.word, path);
     return comFileVecWrite(handle, vec, path);
 }
 
-}  // namespace
+} // namespace
 
 int kwilVecFixCreate(KwilHandle* handle, int flag, int size, double re, double im)
 {

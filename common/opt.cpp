@@ -58,11 +58,13 @@ int comOptFindKey(const KwilHandle*, const char* name, int flag)
 {
     if (flag != 0) {
         for (const ComOptIntInfo* e = optIntInfo; e->key != -1; ++e) {
-            if (strcmp(e->name, name) == 0) return e->key;
+            if (strcmp(e->name, name) == 0)
+                return e->key;
         }
     } else {
         for (const ComOptDoubleInfo* e = optDoubleInfo; e->key != -1; ++e) {
-            if (strcmp(e->name, name) == 0) return e->key;
+            if (strcmp(e->name, name) == 0)
+                return e->key;
         }
     }
     return -1;
@@ -72,9 +74,12 @@ namespace {
 
 void setDefaults(KwilHandle* handle)
 {
-    for (int k = 0; k < COM_OPT_INT_NUM; ++k) handle->intOpt[k] = 0;
-    for (int k = 0; k < COM_OPT_DBL_NUM; ++k) handle->dblOpt[k] = 0.0;
-    for (const ComOptIntInfo* e = optIntInfo; e->key != -1; ++e) handle->intOpt[e->key] = e->def;
+    for (int k = 0; k < COM_OPT_INT_NUM; ++k)
+        handle->intOpt[k] = 0;
+    for (int k = 0; k < COM_OPT_DBL_NUM; ++k)
+        handle->dblOpt[k] = 0.0;
+    for (const ComOptIntInfo* e = optIntInfo; e->key != -1; ++e)
+        handle->intOpt[e->key] = e->def;
     for (const ComOptDoubleInfo* e = optDoubleInfo; e->key != -1; ++e) {
         handle->dblOpt[e->key] = e->def;
     }
@@ -89,7 +94,8 @@ void readLine(KwilHandle* handle, const char* line, int lineNo)
     key[0] = '\0';
     value[0] = '\0';
     const int n = sscanf(line, "%63s %63s %1s", key, value, probe);
-    if (key[0] == '\0' || key[0] == '#') return;
+    if (key[0] == '\0' || key[0] == '#')
+        return;
     if (n != 2 || value[0] == '\0') {
         comWarn(handle, "Invalid format in init opt line %d key '%s'", lineNo, key);
         return;
@@ -117,7 +123,7 @@ void readLine(KwilHandle* handle, const char* line, int lineNo)
     comWarn(handle, "Unknown key in init opt line %d key '%s'", lineNo, key);
 }
 
-}  // namespace
+} // namespace
 
 int comOptInit(KwilHandle* handle, const char* path)
 {
@@ -125,7 +131,8 @@ int comOptInit(KwilHandle* handle, const char* path)
     // handle with its previous options.
     kwil::ComBuf<int> intOpt(handle, COM_OPT_INT_NUM);
     kwil::ComBuf<double> dblOpt(handle, COM_OPT_DBL_NUM);
-    if (!intOpt || !dblOpt) return comErr(handle, "Alloc error in init option");
+    if (!intOpt || !dblOpt)
+        return comErr(handle, "Alloc error in init option");
     comFree(handle, handle->intOpt);
     comFree(handle, handle->dblOpt);
     handle->intOpt = intOpt.release();
@@ -133,21 +140,25 @@ int comOptInit(KwilHandle* handle, const char* path)
     setDefaults(handle);
 
     FILE* fp = fopen(path, "r");
-    if (fp == nullptr) return comErr(handle, "No option file in init opt '%s'", path);
+    if (fp == nullptr)
+        return comErr(handle, "No option file in init opt '%s'", path);
     char line[1024];
     int lineNo = 0;
-    while (fgets(line, sizeof line, fp) != nullptr) readLine(handle, line, ++lineNo);
+    while (fgets(line, sizeof line, fp) != nullptr)
+        readLine(handle, line, ++lineNo);
     fclose(fp);
 
     const int version = handle->intOpt[OPT_FILE_VER];
-    if (version == 1) return 1;
+    if (version == 1)
+        return 1;
     return comErr(handle, "Invalid or no version %d in init opt '%s'", version, path);
 }
 
 int comOptSave(const KwilHandle* handle, const char* path)
 {
     FILE* fp = fopen(path, "w");
-    if (fp == nullptr) return comErr(handle, "File open error in save opt '%s'", path);
+    if (fp == nullptr)
+        return comErr(handle, "File open error in save opt '%s'", path);
     for (const ComOptIntInfo* e = optIntInfo; e->key != -1; ++e) {
         fprintf(fp, "%s %d\n", e->name, handle->intOpt[e->key]);
     }
@@ -160,16 +171,19 @@ int comOptSave(const KwilHandle* handle, const char* path)
 
 void comOptTrace(const KwilHandle* handle, const char* title)
 {
-    if (!comTraceOn(handle)) return;
+    if (!comTraceOn(handle))
+        return;
     printf("KWILTRC: Option: %s", title);
     int i = 0;
     for (const ComOptIntInfo* e = optIntInfo; e->key != -1; ++e, ++i) {
-        if (i % 3 == 0) printf("\nKWILTRC: - ");
+        if (i % 3 == 0)
+            printf("\nKWILTRC: - ");
         printf(" %s %d,", e->name, handle->intOpt[e->key]);
     }
     i = 0;
     for (const ComOptDoubleInfo* e = optDoubleInfo; e->key != -1; ++e, ++i) {
-        if (i % 2 == 0) printf("\nKWILTRC: - ");
+        if (i % 2 == 0)
+            printf("\nKWILTRC: - ");
         printf(" %s %.4e,", e->name, handle->dblOpt[e->key]);
     }
     printf("\n");

@@ -9,8 +9,7 @@
 namespace kwil {
 
 // n elements of T from comAlloc; null (after the "Allocation error" line) on failure or overflow.
-template <class T>
-T* comAllocN(const KwilHandle* handle, long n)
+template <class T> T* comAllocN(const KwilHandle* handle, long n)
 {
     if (n < 0 || n > LONG_MAX / static_cast<long>(sizeof(T))) {
         return static_cast<T*>(comErrNull(handle, "Allocation error"));
@@ -19,9 +18,8 @@ T* comAllocN(const KwilHandle* handle, long n)
 }
 
 // An owned array of n elements of T.
-template <class T>
-class ComBuf {
-public:
+template <class T> class ComBuf {
+  public:
     ComBuf(const KwilHandle* handle, long n) : handle_(handle), p_(comAllocN<T>(handle, n)) {}
     ~ComBuf() { comFree(handle_, p_); }
     ComBuf(const ComBuf&) = delete;
@@ -36,19 +34,19 @@ public:
         return p;
     }
 
-private:
+  private:
     const KwilHandle* handle_;
     T* p_;
 };
 
 // An owned library object, released with its own deleter Free(handle, object).
-template <class T, void (*Free)(KwilHandle*, T*)>
-class ComOwn {
-public:
+template <class T, void (*Free)(KwilHandle*, T*)> class ComOwn {
+  public:
     ComOwn(KwilHandle* handle, T* p) : handle_(handle), p_(p) {}
     ~ComOwn()
     {
-        if (p_) Free(handle_, p_);
+        if (p_)
+            Free(handle_, p_);
     }
     ComOwn(const ComOwn&) = delete;
     ComOwn& operator=(const ComOwn&) = delete;
@@ -64,13 +62,14 @@ public:
     }
     void reset(T* p)
     {
-        if (p_) Free(handle_, p_);
+        if (p_)
+            Free(handle_, p_);
         p_ = p;
     }
 
-private:
+  private:
     KwilHandle* handle_;
     T* p_;
 };
 
-}  // namespace kwil
+} // namespace kwil

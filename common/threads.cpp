@@ -17,4 +17,7 @@ int comSetThreads(const KwilHandle* handle)
     return previous;
 }
 
-void comResetThreads(const KwilHandle*, int previous) { omp_set_num_threads(previous); }
+void comResetThreads(const KwilHandle*, int previous)
+{
+    omp_set_num_threads(previous);
+}

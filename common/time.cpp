@@ -15,11 +15,12 @@ clock_t timesNow()
     return times(&buf);
 }
 
-}  // namespace
+} // namespace
 
 void comTimeBegin(const KwilHandle* handle, const char* title, ComTime* time)
 {
-    if (!comTraceOn(handle)) return;
+    if (!comTraceOn(handle))
+        return;
     comAssert(handle, strlen(title) < sizeof time->title, "Invalid title size in time begin");
     strcpy(time->title, title);
     time->clockTick = static_cast<int>(sysconf(_SC_CLK_TCK));
@@ -33,7 +34,8 @@ void comTimeCheck(const KwilHandle* handle, const char* label, ComTime* time, in
     const clock_t timesNew = timesNow();
     const clock_t clockNew = clock();
     const double wtimeNew = omp_get_wtime();
-    if (!comTraceOn(handle)) return;
+    if (!comTraceOn(handle))
+        return;
 
     const double tick = time->clockTick;
     const double timesAll = static_cast<long>(timesNew - time->timesBegin) / tick;

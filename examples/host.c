@@ -22,7 +22,8 @@ static double errorToOnes(KwilHandle* h)
     for (i = 0; i < N; ++i) {
         double re = 0.0, im = 0.0;
         kwilVecVarGet(h, i, &re, &im);
-        if (!(fabs(re - 1.0) <= worst)) worst = fabs(re - 1.0);
+        if (!(fabs(re - 1.0) <= worst))
+            worst = fabs(re - 1.0);
     }
     return worst;
 }
@@ -36,18 +37,23 @@ int main(int argc, char** argv)
 
     /* 1. The handle, from an option file (NULL: kwil.ini). */
     KwilHandle* h = kwilInit(KWIL_VERSION, optionFile);
-    if (h == NULL) return 1;
+    if (h == NULL)
+        return 1;
 
     /* 2. A: real (flag 0), order N, 3N - 2 entry slots, filled 0-based slot by slot. */
-    if (!kwilMatCoefCreate(h, 0, N, 3 * N - 2)) return 2;
+    if (!kwilMatCoefCreate(h, 0, N, 3 * N - 2))
+        return 2;
     for (i = 0; i < N; ++i) {
-        if (i > 0) kwilMatCoefSet(h, i, i - 1, pos++, lower, 0.0, 0);
+        if (i > 0)
+            kwilMatCoefSet(h, i, i - 1, pos++, lower, 0.0, 0);
         kwilMatCoefSet(h, i, i, pos++, diag, 0.0, 0);
-        if (i < N - 1) kwilMatCoefSet(h, i, i + 1, pos++, upper, 0.0, 0);
+        if (i < N - 1)
+            kwilMatCoefSet(h, i, i + 1, pos++, upper, 0.0, 0);
     }
 
     /* 3. b = A (1, ..., 1): every entry set to the row sum. */
-    if (!kwilVecFixCreate(h, 0, N, 0.0, 0.0)) return 3;
+    if (!kwilVecFixCreate(h, 0, N, 0.0, 0.0))
+        return 3;
     for (i = 0; i < N; ++i) {
         kwilVecFixSet(h, i, (i > 0 ? lower : 0.0) + diag + (i < N - 1 ? upper : 0.0), 0.0);
     }
@@ -57,20 +63,23 @@ int main(int argc, char** argv)
     kwilSetOpt(h, "ITER_RESOLVE", 0, 0, 1e-12);
 
     /* 5. Solve; x is replaced, starting from zero. */
-    if (!kwilSolv(h)) return 4;
+    if (!kwilSolv(h))
+        return 4;
 
     /* 6. Read x back and check the residual against CHECK_RESULT_LIM. */
-    if (!kwilCheckResult(h, &rel, &abs)) return 5;
-    printf("BiCGStab: rel residual %.3e abs %.3e, max |x_i - 1| %.3e\n", rel, abs,
-           errorToOnes(h));
-    if (errorToOnes(h) > 1e-8) return 6;
+    if (!kwilCheckResult(h, &rel, &abs))
+        return 5;
+    printf("BiCGStab: rel residual %.3e abs %.3e, max |x_i - 1| %.3e\n", rel, abs, errorToOnes(h));
+    if (errorToOnes(h) > 1e-8)
+        return 6;
 
     /* 7. Solve again on the same handle with the direct solver. */
     kwilSetOpt(h, "SOLVER", 1, 10, 0.0);
-    if (!kwilSolv(h) || !kwilCheckResult(h, &rel, &abs)) return 7;
-    printf("direct:   rel residual %.3e abs %.3e, max |x_i - 1| %.3e\n", rel, abs,
-           errorToOnes(h));
-    if (errorToOnes(h) > 1e-12) return 8;
+    if (!kwilSolv(h) || !kwilCheckResult(h, &rel, &abs))
+        return 7;
+    printf("direct:   rel residual %.3e abs %.3e, max |x_i - 1| %.3e\n", rel, abs, errorToOnes(h));
+    if (errorToOnes(h) > 1e-12)
+        return 8;
 
     /* 8. Release the handle and everything it holds. */
     kwilTerm(h);

@@ -47,8 +47,9 @@ int main(int argc, char** argv)
     if (symmetric) {
         fprintf(fp, "%% 2-D Laplacian on a %d x %d grid, lower triangle, by make_example\n", m, m);
     } else {
-        fprintf(fp, "%% 2-D convection-diffusion on a %d x %d grid, beta (%g, %g)%s, "
-                    "by make_example\n",
+        fprintf(fp,
+                "%% 2-D convection-diffusion on a %d x %d grid, beta (%g, %g)%s, "
+                "by make_example\n",
                 m, m, betaX, betaY, complexField ? ", shift i 0.5" : "");
     }
     fprintf(fp, "%d %d %ld\n", n, n, nnz);
@@ -60,7 +61,8 @@ int main(int argc, char** argv)
             const int present[5] = {j > 0, i > 0, 1, i < m - 1, j < m - 1};
             const double val[5] = {-1.0 - cy, -1.0 - cx, 4.0, -1.0 + cx, -1.0 + cy};
             for (int e = 0; e < 5; ++e) {
-                if (!present[e] || (symmetric && col[e] > k)) continue;
+                if (!present[e] || (symmetric && col[e] > k))
+                    continue;
                 if (complexField) {
                     fprintf(fp, "%d %d %.17g %.17g\n", k, col[e], val[e], e == 2 ? shift : 0.0);
                 } else {

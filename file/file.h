@@ -31,31 +31,32 @@ namespace kwil {
 
 // Closes a stream on scope exit.
 class ComFileCloser {
-public:
+  public:
     explicit ComFileCloser(FILE* f) : f_(f) {}
     ~ComFileCloser()
     {
-        if (f_ != nullptr) fclose(f_);
+        if (f_ != nullptr)
+            fclose(f_);
     }
     ComFileCloser(const ComFileCloser&) = delete;
     ComFileCloser& operator=(const ComFileCloser&) = delete;
 
-private:
+  private:
     FILE* f_;
 };
 
 // The banner words of a type code as mm_typecode_to_str gives them, in a freed-on-exit text
 // ("" when memory for the text is exhausted).
 class ComTypeText {
-public:
+  public:
     explicit ComTypeText(const char code[4]);
     ~ComTypeText();
     ComTypeText(const ComTypeText&) = delete;
     ComTypeText& operator=(const ComTypeText&) = delete;
     const char* get() const { return text_ != nullptr ? text_ : ""; }
 
-private:
+  private:
     char* text_;
 };
 
-}  // namespace kwil
+} // namespace kwil

@@ -21,4 +21,4 @@ bool scanLineReference(const char* line, int nInt, int* ints, int nDbl, double* 
 // Whether the line holds a non-blank character, as sscanf(line, "%1s", probe) == 1 decides.
 bool lineHasToken(const char* line);
 
-}  // namespace kwil
+} // namespace kwil

@@ -12,8 +12,7 @@ using MatOwner = kwil::ComOwn<ComLinMat, comLinMatDelete>;
 const char* const place = "mat file read";
 
 // Reads the data lines into mat: k-th line into entry k. Null after the error lines.
-ComLinMat* readEntries(KwilHandle* handle, FILE* f, const char* fileName, MatOwner& mat,
-                       char field)
+ComLinMat* readEntries(KwilHandle* handle, FILE* f, const char* fileName, MatOwner& mat, char field)
 {
     const bool fastOk = kwil::lineScanFastOk();
     const int n = mat->dataNum;
@@ -24,8 +23,9 @@ ComLinMat* readEntries(KwilHandle* handle, FILE* f, const char* fileName, MatOwn
     int ij[2];
     double v[2];
     for (; getLine(f, line, sizeof line) != 0; ++k) {
-        if (k >= n) return static_cast<ComLinMat*>(
-            comErrNull(handle, "Too much data in mat file read file='%s'", fileName));
+        if (k >= n)
+            return static_cast<ComLinMat*>(
+                comErrNull(handle, "Too much data in mat file read file='%s'", fileName));
         if (field == 'C') {
             if (!kwil::scanLine(line, 2, ij, 2, v, fastOk)) {
                 return static_cast<ComLinMat*>(
@@ -72,7 +72,7 @@ ComLinMat* readEntries(KwilHandle* handle, FILE* f, const char* fileName, MatOwn
     return mat.release();
 }
 
-}  // namespace
+} // namespace
 
 ComLinMat* comFileMatRead(KwilHandle* handle, const char* fileName)
 {
@@ -94,7 +94,7 @@ ComLinMat* comFileMatRead(KwilHandle* handle, const char* fileName)
         return static_cast<ComLinMat*>(comErrNull(
             handle, "No support type in mat file read file='%s' type='%s'", fileName, text.get()));
     }
-    const char field = code[2];  // 'C' complex, 'P' pattern, 'R' or 'I' real
+    const char field = code[2]; // 'C' complex, 'P' pattern, 'R' or 'I' real
     const int dataType = field == 'C' ? LIN_COMP : LIN_REAL;
 
     int rows = 0, cols = 0, entries = 0;
@@ -121,7 +121,8 @@ ComLinMat* comFileMatRead(KwilHandle* handle, const char* fileName)
 int comFileMatWrite(KwilHandle* handle, const ComLinMat* mat, const char* fileName)
 {
     FILE* f = fileName != nullptr ? fopen(fileName, "w") : nullptr;
-    if (f == nullptr) return comErr(handle, "Open error in mat file read, write='%s'", fileName);
+    if (f == nullptr)
+        return comErr(handle, "Open error in mat file read, write='%s'", fileName);
     const bool complex = mat->dataType == LIN_COMP;
     const MM_typecode code = {'M', 'C', complex ? 'C' : 'R', 'G'};
     mm_write_banner(f, code);

@@ -7,8 +7,8 @@
 
 namespace {
 
-constexpr int lineLength = 1025;  // a banner or size line: 1024 characters and the terminator
-constexpr int wordLength = 64;    // a banner word: 63 characters and the terminator
+constexpr int lineLength = 1025; // a banner or size line: 1024 characters and the terminator
+constexpr int wordLength = 64;   // a banner word: 63 characters and the terminator
 const char banner[] = "%%MatrixMarket";
 
 // White space as the "%s" conversion of the C locale sees it.
@@ -24,10 +24,13 @@ int splitWords(const char* line, const char* start[5], size_t length[5])
     int n = 0;
     const char* p = line;
     while (n < 5) {
-        while (*p != '\0' && isBlank(*p)) ++p;
-        if (*p == '\0') break;
+        while (*p != '\0' && isBlank(*p))
+            ++p;
+        if (*p == '\0')
+            break;
         start[n] = p;
-        while (*p != '\0' && !isBlank(*p)) ++p;
+        while (*p != '\0' && !isBlank(*p))
+            ++p;
         length[n] = static_cast<size_t>(p - start[n]);
         ++n;
     }
@@ -44,36 +47,52 @@ void lowerWord(char* dst, const char* src, size_t n)
     dst[n] = '\0';
 }
 
-const char* objectWord(char c) { return c == 'M' ? "matrix" : nullptr; }
+const char* objectWord(char c)
+{
+    return c == 'M' ? "matrix" : nullptr;
+}
 
 const char* formatWord(char c)
 {
     switch (c) {
-    case 'C': return "coordinate";
-    case 'A': return "array";
-    default: return nullptr;
+    case 'C':
+        return "coordinate";
+    case 'A':
+        return "array";
+    default:
+        return nullptr;
     }
 }
 
 const char* fieldWord(char c)
 {
     switch (c) {
-    case 'R': return "real";
-    case 'C': return "complex";
-    case 'P': return "pattern";
-    case 'I': return "integer";
-    default: return nullptr;
+    case 'R':
+        return "real";
+    case 'C':
+        return "complex";
+    case 'P':
+        return "pattern";
+    case 'I':
+        return "integer";
+    default:
+        return nullptr;
     }
 }
 
 const char* symmetryWord(char c)
 {
     switch (c) {
-    case 'G': return "general";
-    case 'S': return "symmetric";
-    case 'H': return "hermitian";
-    case 'K': return "skew-symmetric";
-    default: return nullptr;
+    case 'G':
+        return "general";
+    case 'S':
+        return "symmetric";
+    case 'H':
+        return "hermitian";
+    case 'K':
+        return "skew-symmetric";
+    default:
+        return nullptr;
     }
 }
 
@@ -85,18 +104,22 @@ int readSizeLine(FILE* f, int items, int* a, int* b, int* c)
 {
     char line[lineLength];
     do {
-        if (fgets(line, lineLength, f) == nullptr) return MM_PREMATURE_EOF;
+        if (fgets(line, lineLength, f) == nullptr)
+            return MM_PREMATURE_EOF;
     } while (line[0] == '%');
     const int got = items == 3 ? sscanf(line, "%d %d %d", a, b, c) : sscanf(line, "%d %d", a, b);
-    if (got == items) return 0;
+    if (got == items)
+        return 0;
     for (;;) {
         const int n = items == 3 ? fscanf(f, "%d %d %d", a, b, c) : fscanf(f, "%d %d", a, b);
-        if (n == items) return 0;
-        if (n == EOF || n == 0) return MM_PREMATURE_EOF;
+        if (n == items)
+            return 0;
+        if (n == EOF || n == 0)
+            return MM_PREMATURE_EOF;
     }
 }
 
-}  // namespace
+} // namespace
 
 int mm_read_banner(FILE* f, MM_typecode* code)
 {
@@ -107,27 +130,33 @@ int mm_read_banner(FILE* f, MM_typecode* code)
     c[3] = 'G';
 
     char line[lineLength];
-    if (fgets(line, lineLength, f) == nullptr) return MM_PREMATURE_EOF;
+    if (fgets(line, lineLength, f) == nullptr)
+        return MM_PREMATURE_EOF;
     const char* start[5];
     size_t length[5];
-    if (splitWords(line, start, length) < 5) return MM_PREMATURE_EOF;
+    if (splitWords(line, start, length) < 5)
+        return MM_PREMATURE_EOF;
     if (length[0] < sizeof banner - 1 || strncmp(start[0], banner, sizeof banner - 1) != 0) {
         return MM_NO_HEADER;
     }
-    if (length[0] >= wordLength) return MM_UNSUPPORTED_TYPE;
+    if (length[0] >= wordLength)
+        return MM_UNSUPPORTED_TYPE;
 
     // A word longer than its buffer cannot be a known word: it is refused at its position.
     char word[wordLength];
     auto take = [&](int k) {
-        if (length[k] >= wordLength) return false;
+        if (length[k] >= wordLength)
+            return false;
         lowerWord(word, start[k], length[k]);
         return true;
     };
 
-    if (!take(1) || strcmp(word, "matrix") != 0) return MM_UNSUPPORTED_TYPE;
+    if (!take(1) || strcmp(word, "matrix") != 0)
+        return MM_UNSUPPORTED_TYPE;
     c[0] = 'M';
 
-    if (!take(2)) return MM_UNSUPPORTED_TYPE;
+    if (!take(2))
+        return MM_UNSUPPORTED_TYPE;
     if (strcmp(word, "coordinate") == 0) {
         c[1] = 'C';
     } else if (strcmp(word, "array") == 0) {
@@ -136,7 +165,8 @@ int mm_read_banner(FILE* f, MM_typecode* code)
         return MM_UNSUPPORTED_TYPE;
     }
 
-    if (!take(3)) return MM_UNSUPPORTED_TYPE;
+    if (!take(3))
+        return MM_UNSUPPORTED_TYPE;
     if (strcmp(word, "real") == 0) {
         c[2] = 'R';
     } else if (strcmp(word, "complex") == 0) {
@@ -149,7 +179,8 @@ int mm_read_banner(FILE* f, MM_typecode* code)
         return MM_UNSUPPORTED_TYPE;
     }
 
-    if (!take(4)) return MM_UNSUPPORTED_TYPE;
+    if (!take(4))
+        return MM_UNSUPPORTED_TYPE;
     if (strcmp(word, "general") == 0) {
         c[3] = 'G';
     } else if (strcmp(word, "symmetric") == 0) {
@@ -168,7 +199,8 @@ char* mm_strdup(const char* text)
 {
     const size_t n = strlen(text) + 1;
     char* copy = static_cast<char*>(malloc(n));
-    if (copy == nullptr) return nullptr;
+    if (copy == nullptr)
+        return nullptr;
     memcpy(copy, text, n);
     return copy;
 }
@@ -189,17 +221,22 @@ char* mm_typecode_to_str(const MM_typecode code)
 
 int mm_is_valid(const MM_typecode code)
 {
-    if (code[0] != 'M') return 0;
-    if (code[1] == 'A' && code[2] == 'P') return 0;
-    if (code[2] == 'R' && code[3] == 'H') return 0;
-    if (code[2] == 'P' && (code[3] == 'H' || code[3] == 'K')) return 0;
+    if (code[0] != 'M')
+        return 0;
+    if (code[1] == 'A' && code[2] == 'P')
+        return 0;
+    if (code[2] == 'R' && code[3] == 'H')
+        return 0;
+    if (code[2] == 'P' && (code[3] == 'H' || code[3] == 'K'))
+        return 0;
     return 1;
 }
 
 int mm_write_banner(FILE* f, const MM_typecode code)
 {
     char* text = mm_typecode_to_str(code);
-    if (text == nullptr) return MM_UNSUPPORTED_TYPE;
+    if (text == nullptr)
+        return MM_UNSUPPORTED_TYPE;
     const int n = fprintf(f, "%s %s\n", banner, text);
     free(text);
     return n < 0 ? MM_COULD_NOT_WRITE_FILE : 0;
@@ -231,10 +268,14 @@ int mm_read_mtx_crd_entry(FILE* f, int* I, int* J, double* real, double* imag,
                           const MM_typecode code)
 {
     switch (code[2]) {
-    case 'C': return fscanf(f, "%d %d %lg %lg", I, J, real, imag) == 4 ? 0 : MM_PREMATURE_EOF;
-    case 'R': return fscanf(f, "%d %d %lg\n", I, J, real) == 3 ? 0 : MM_PREMATURE_EOF;
-    case 'P': return fscanf(f, "%d %d", I, J) == 2 ? 0 : MM_PREMATURE_EOF;
-    default: return MM_UNSUPPORTED_TYPE;
+    case 'C':
+        return fscanf(f, "%d %d %lg %lg", I, J, real, imag) == 4 ? 0 : MM_PREMATURE_EOF;
+    case 'R':
+        return fscanf(f, "%d %d %lg\n", I, J, real) == 3 ? 0 : MM_PREMATURE_EOF;
+    case 'P':
+        return fscanf(f, "%d %d", I, J) == 2 ? 0 : MM_PREMATURE_EOF;
+    default:
+        return MM_UNSUPPORTED_TYPE;
     }
 }
 
@@ -242,17 +283,23 @@ int mm_read_mtx_crd_data(FILE* f, int, int, int nz, int I[], int J[], double val
                          const MM_typecode code)
 {
     const char field = code[2];
-    if (field != 'C' && field != 'R' && field != 'P') return MM_UNSUPPORTED_TYPE;
+    if (field != 'C' && field != 'R' && field != 'P')
+        return MM_UNSUPPORTED_TYPE;
     for (long k = 0; k < nz; ++k) {
         int n = 0;
         switch (field) {
         case 'C':
             n = fscanf(f, "%d %d %lg %lg", &I[k], &J[k], &val[2 * k], &val[2 * k + 1]) - 4;
             break;
-        case 'R': n = fscanf(f, "%d %d %lg\n", &I[k], &J[k], &val[k]) - 3; break;
-        default: n = fscanf(f, "%d %d", &I[k], &J[k]) - 2; break;
+        case 'R':
+            n = fscanf(f, "%d %d %lg\n", &I[k], &J[k], &val[k]) - 3;
+            break;
+        default:
+            n = fscanf(f, "%d %d", &I[k], &J[k]) - 2;
+            break;
         }
-        if (n != 0) return MM_PREMATURE_EOF;
+        if (n != 0)
+            return MM_PREMATURE_EOF;
     }
     return 0;
 }

@@ -27,15 +27,16 @@ typedef char MM_typecode[4];
 
 /* Return codes of the mm_ routines (0 is success). */
 enum {
-    MM_COULD_NOT_READ_FILE = 11,  /* the named file cannot be opened for reading */
-    MM_PREMATURE_EOF = 12,        /* input ended or could not be read before what was expected */
-    MM_NO_HEADER = 14,            /* the first banner word does not begin with "%%MatrixMarket" */
-    MM_UNSUPPORTED_TYPE = 15,     /* unknown word or letter, or a combination not handled */
-    MM_COULD_NOT_WRITE_FILE = 17  /* the named file cannot be opened for writing, or a write failed */
+    MM_COULD_NOT_READ_FILE = 11, /* the named file cannot be opened for reading */
+    MM_PREMATURE_EOF = 12,       /* input ended or could not be read before what was expected */
+    MM_NO_HEADER = 14,           /* the first banner word does not begin with "%%MatrixMarket" */
+    MM_UNSUPPORTED_TYPE = 15,    /* unknown word or letter, or a combination not handled */
+    MM_COULD_NOT_WRITE_FILE =
+        17 /* the named file cannot be opened for writing, or a write failed */
 };
 
 /* Reads the banner line into *code (cleared to "   G" first). 0, 12, 14 or 15; on an error
-   *code holds the letters set so far. A word longer than 63 characters gives 15. */
+ *code holds the letters set so far. A word longer than 63 characters gives 15. */
 KWIL_API int mm_read_banner(FILE* f, MM_typecode* code);
 /* The four banner words of code joined by single blanks, from malloc (free it); null when a
    letter is unknown or memory is exhausted. */
@@ -71,12 +72,12 @@ KWIL_API int mm_read_mtx_crd(const char* fname, int* M, int* N, int* nz, int** I
                              double** val, MM_typecode* code);
 /* Writes a whole coordinate matrix file ("stdout": standard output), values with "%20.16g".
    0, 15 (unknown letter: no file is made; integer field: banner and size line only) or 17. */
-KWIL_API int mm_write_mtx_crd(const char* fname, int M, int N, int nz, const int I[],
-                              const int J[], const double val[], const MM_typecode code);
+KWIL_API int mm_write_mtx_crd(const char* fname, int M, int N, int nz, const int I[], const int J[],
+                              const double val[], const MM_typecode code);
 /* Reads a real coordinate matrix file into 0-based triplets from malloc (free them). 0, or -1
    after a message (banner, type or size line) or silently (open, memory, short data). */
-KWIL_API int mm_read_unsymmetric_sparse(const char* fname, int* M, int* N, int* nz,
-                                        double** val, int** I, int** J);
+KWIL_API int mm_read_unsymmetric_sparse(const char* fname, int* M, int* N, int* nz, double** val,
+                                        int** I, int** J);
 
 #ifdef __cplusplus
 }

@@ -15,42 +15,50 @@ int failRead(FILE* f, int code, int* I, int* J, double* val)
     free(I);
     free(J);
     free(val);
-    if (f != stdin) fclose(f);
+    if (f != stdin)
+        fclose(f);
     return code;
 }
 
-}  // namespace
+} // namespace
 
 int mm_read_mtx_crd(const char* fname, int* M, int* N, int* nz, int** I, int** J, double** val,
                     MM_typecode* code)
 {
     FILE* f = strcmp(fname, "stdin") == 0 ? stdin : fopen(fname, "r");
-    if (f == nullptr) return MM_COULD_NOT_READ_FILE;
+    if (f == nullptr)
+        return MM_COULD_NOT_READ_FILE;
 
     int ret = mm_read_banner(f, code);
-    if (ret != 0) return failRead(f, ret, nullptr, nullptr, nullptr);
+    if (ret != 0)
+        return failRead(f, ret, nullptr, nullptr, nullptr);
     const char* c = *code;
     if (!(mm_is_valid(c) && c[1] == 'C' && c[0] == 'M')) {
         return failRead(f, MM_UNSUPPORTED_TYPE, nullptr, nullptr, nullptr);
     }
     ret = mm_read_mtx_crd_size(f, M, N, nz);
-    if (ret != 0) return failRead(f, ret, nullptr, nullptr, nullptr);
+    if (ret != 0)
+        return failRead(f, ret, nullptr, nullptr, nullptr);
 
     // Room for at least one element, so that an empty matrix still hands out arrays.
     const size_t n = *nz > 0 ? static_cast<size_t>(*nz) : 1;
     int* rows = static_cast<int*>(calloc(n, sizeof(int)));
     int* cols = static_cast<int*>(calloc(n, sizeof(int)));
     double* values = nullptr;
-    if (rows == nullptr || cols == nullptr) return failRead(f, MM_PREMATURE_EOF, rows, cols, values);
+    if (rows == nullptr || cols == nullptr)
+        return failRead(f, MM_PREMATURE_EOF, rows, cols, values);
     if (c[2] == 'C' || c[2] == 'R') {
         values = static_cast<double*>(malloc(n * (c[2] == 'C' ? 2 : 1) * sizeof(double)));
-        if (values == nullptr) return failRead(f, MM_PREMATURE_EOF, rows, cols, values);
+        if (values == nullptr)
+            return failRead(f, MM_PREMATURE_EOF, rows, cols, values);
     }
     if (c[2] != 'I') {
         ret = mm_read_mtx_crd_data(f, *M, *N, *nz, rows, cols, values, c);
-        if (ret != 0) return failRead(f, ret, rows, cols, values);
+        if (ret != 0)
+            return failRead(f, ret, rows, cols, values);
     }
-    if (f != stdin) fclose(f);
+    if (f != stdin)
+        fclose(f);
     *I = rows;
     *J = cols;
     *val = values;
@@ -61,7 +69,8 @@ int mm_write_mtx_crd(const char* fname, int M, int N, int nz, const int I[], con
                      const double val[], const MM_typecode code)
 {
     char* text = mm_typecode_to_str(code);
-    if (text == nullptr) return MM_UNSUPPORTED_TYPE;
+    if (text == nullptr)
+        return MM_UNSUPPORTED_TYPE;
     FILE* f = strcmp(fname, "stdout") == 0 ? stdout : fopen(fname, "w");
     if (f == nullptr) {
         free(text);
@@ -74,7 +83,8 @@ int mm_write_mtx_crd(const char* fname, int M, int N, int nz, const int I[], con
     int ret = 0;
     switch (code[2]) {
     case 'P':
-        for (long k = 0; k < nz && ok; ++k) ok = fprintf(f, "%d %d\n", I[k], J[k]) >= 0;
+        for (long k = 0; k < nz && ok; ++k)
+            ok = fprintf(f, "%d %d\n", I[k], J[k]) >= 0;
         break;
     case 'R':
         for (long k = 0; k < nz && ok; ++k) {
@@ -86,14 +96,17 @@ int mm_write_mtx_crd(const char* fname, int M, int N, int nz, const int I[], con
             ok = fprintf(f, "%d %d %20.16g %20.16g\n", I[k], J[k], val[2 * k], val[2 * k + 1]) >= 0;
         }
         break;
-    default: ret = MM_UNSUPPORTED_TYPE; break;
+    default:
+        ret = MM_UNSUPPORTED_TYPE;
+        break;
     }
     if (f != stdout) {
         ok = fclose(f) == 0 && ok;
     } else {
         ok = fflush(f) == 0 && ok;
     }
-    if (ret != 0) return ret;
+    if (ret != 0)
+        return ret;
     return ok ? 0 : MM_COULD_NOT_WRITE_FILE;
 }
 
@@ -101,7 +114,8 @@ int mm_read_unsymmetric_sparse(const char* fname, int* M_, int* N_, int* nz_, do
                                int** I_, int** J_)
 {
     FILE* f = fopen(fname, "r");
-    if (f == nullptr) return -1;
+    if (f == nullptr)
+        return -1;
     MM_typecode code;
     if (mm_read_banner(f, &code) != 0) {
         printf("mm_read_unsymetric: Could not process Matrix Market banner ");
@@ -130,9 +144,11 @@ int mm_read_unsymmetric_sparse(const char* fname, int* M_, int* N_, int* nz_, do
     int* I = static_cast<int*>(malloc(n * sizeof(int)));
     int* J = static_cast<int*>(malloc(n * sizeof(int)));
     double* val = static_cast<double*>(malloc(n * sizeof(double)));
-    if (I == nullptr || J == nullptr || val == nullptr) return failRead(f, -1, I, J, val);
+    if (I == nullptr || J == nullptr || val == nullptr)
+        return failRead(f, -1, I, J, val);
     for (long k = 0; k < nz; ++k) {
-        if (fscanf(f, "%d %d %lg\n", &I[k], &J[k], &val[k]) != 3) return failRead(f, -1, I, J, val);
+        if (fscanf(f, "%d %d %lg\n", &I[k], &J[k], &val[k]) != 3)
+            return failRead(f, -1, I, J, val);
         // 0-based; wraps instead of overflowing for the smallest int.
         I[k] = static_cast<int>(static_cast<unsigned>(I[k]) - 1u);
         J[k] = static_cast<int>(static_cast<unsigned>(J[k]) - 1u);

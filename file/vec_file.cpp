@@ -14,15 +14,18 @@ using VecOwner = kwil::ComOwn<ComLinVec, comLinVecDelete>;
 
 const char* const place = "vec file read";
 
-ComLinVec* fail(void* p) { return static_cast<ComLinVec*>(p); }
+ComLinVec* fail(void* p)
+{
+    return static_cast<ComLinVec*>(p);
+}
 
 // What the header says about the data lines.
 struct VecLayout {
-    bool pattern;    // coordinate pattern: "row col" lines, 1.0 at the rows of column 1
-    int dataType;    // LIN_REAL or LIN_COMP
-    int rows;        // vector size
-    int cols;        // declared columns; only the first is kept
-    long expected;   // number of data lines
+    bool pattern;  // coordinate pattern: "row col" lines, 1.0 at the rows of column 1
+    int dataType;  // LIN_REAL or LIN_COMP
+    int rows;      // vector size
+    int cols;      // declared columns; only the first is kept
+    long expected; // number of data lines
 };
 
 // Reads the data lines into vec. 1, or 0 after the error lines. With store false nothing is
@@ -53,7 +56,8 @@ int readValues(KwilHandle* handle, FILE* f, const char* fileName, ComLinVec* vec
                     return comErr(handle, "Invalid pattern data in vec file read file='%s'",
                                   fileName);
                 }
-                if (store) vec->realData[i - 1] = 1.0;
+                if (store)
+                    vec->realData[i - 1] = 1.0;
             } else if (j > lay.cols) {
                 return comErr(handle, "Too large col %d in vec file read file='%s'", j, fileName);
             }
@@ -78,12 +82,13 @@ int readValues(KwilHandle* handle, FILE* f, const char* fileName, ComLinVec* vec
     return 1;
 }
 
-}  // namespace
+} // namespace
 
 ComLinVec* comFileVecRead(KwilHandle* handle, const char* fileName)
 {
     FILE* f = fileName != nullptr ? fopen(fileName, "r") : nullptr;
-    if (f == nullptr) return fail(comErrNull(handle, "Open error in vec file read file='%s'", fileName));
+    if (f == nullptr)
+        return fail(comErrNull(handle, "Open error in vec file read file='%s'", fileName));
     kwil::ComFileCloser closer(f);
 
     MM_typecode code;
@@ -150,21 +155,24 @@ ComLinVec* comFileVecRead(KwilHandle* handle, const char* fileName)
             comErrNull(handle, "Vector data create error in vec file read file='%s'", fileName));
     }
     if (shortFile) {
-        if (!readValues(handle, f, fileName, vec.get(), lay, false)) return nullptr;
+        if (!readValues(handle, f, fileName, vec.get(), lay, false))
+            return nullptr;
         // The file has grown while it was read: read it again into a zeroed vector.
         comLinVecInit(handle, vec.get(), ComComplex{0.0, 0.0});
         if (fseek(f, here, SEEK_SET) != 0) {
             return fail(comErrNull(handle, "Too few data in vec file read file='%s'", fileName));
         }
     }
-    if (!readValues(handle, f, fileName, vec.get(), lay, true)) return nullptr;
+    if (!readValues(handle, f, fileName, vec.get(), lay, true))
+        return nullptr;
     return vec.release();
 }
 
 int comFileVecWrite(KwilHandle* handle, const ComLinVec* vec, const char* fileName)
 {
     FILE* f = fileName != nullptr ? fopen(fileName, "w") : nullptr;
-    if (f == nullptr) return comErr(handle, "Open error in vec file read, write='%s'", fileName);
+    if (f == nullptr)
+        return comErr(handle, "Open error in vec file read, write='%s'", fileName);
     const bool complex = vec->dataType == LIN_COMP;
     const MM_typecode code = {'M', 'A', complex ? 'C' : 'R', 'G'};
     mm_write_banner(f, code);

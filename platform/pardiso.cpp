@@ -97,7 +97,8 @@ void setControl(const int* iparm, int msglvl, double* control)
 {
     umfpack_di_defaults(control); // the same defaults serve umfpack_zi_*
     const bool given = iparm[0] != 0;
-    if (!given || iparm[1] == 2) control[UMFPACK_ORDERING] = UMFPACK_ORDERING_METIS;
+    if (!given || iparm[1] == 2)
+        control[UMFPACK_ORDERING] = UMFPACK_ORDERING_METIS;
     control[UMFPACK_IRSTEP] = given ? std::abs(static_cast<double>(iparm[7])) : 2.0;
     control[UMFPACK_SCALE] = given && iparm[10] == 0 ? UMFPACK_SCALE_NONE : UMFPACK_SCALE_SUM;
     control[UMFPACK_PRL] = msglvl > 0 ? 2 : 0;
@@ -187,9 +188,9 @@ int analyse(void** pt, int complex, int n, const double* a, const int* ia, const
     auto* raw = kwil::comAllocN<PardisoState>(nullptr, 1);
     if (raw == nullptr)
         return kNoMemory;
-    *raw =
-        PardisoState{kMagic,  complex, n, static_cast<int>(nnz), nullptr, nullptr, nullptr, nullptr,
-                     nullptr, nullptr, 0, 0.0};
+    *raw = PardisoState{kMagic,  complex, n,       static_cast<int>(nnz),
+                        nullptr, nullptr, nullptr, nullptr,
+                        nullptr, nullptr, 0,       0.0};
     kwil::ComOwn<PardisoState, freeOwned> s(nullptr, raw);
     s->ap = kwil::comAllocN<int>(nullptr, n + 1L);
     if (s->ap == nullptr)

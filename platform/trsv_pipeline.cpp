@@ -319,8 +319,8 @@ int firstWait(const PlatformTrsvPlan* plan, int s)
 
 // Prefetches x, y and the row pointers of the steps [s0, s1) of a piece, every cache line of x.
 template <class V>
-inline void prefetchSteps(const PlatformTrsvPlan* plan, int s0, int s1, const int* ia,
-                          const V* x, const V* y)
+inline void prefetchSteps(const PlatformTrsvPlan* plan, int s0, int s1, const int* ia, const V* x,
+                          const V* y)
 {
     constexpr int perLine = 64 / static_cast<int>(sizeof(V));
     for (int s = s0; s < s1; s += perLine) {
@@ -381,8 +381,8 @@ ALWAYS_INLINE inline void runThread(const PlatformTrsvPlan* plan, int t, Progres
             if (p1 > s1 && more) {
                 const int q0 = nextBegin + (p0 > s1 ? p0 - s1 : 0);
                 const int q1 = nextBegin + (p1 - s1);
-                prefetchSteps(plan, q0 < nextEnd ? q0 : nextEnd, q1 < nextEnd ? q1 : nextEnd, ia,
-                              x, y);
+                prefetchSteps(plan, q0 < nextEnd ? q0 : nextEnd, q1 < nextEnd ? q1 : nextEnd, ia, x,
+                              y);
             }
             // A thread's own copy runs on from one piece into the next: prefetch across them.
             if (plan->upper) {

@@ -90,28 +90,27 @@ struct Args {
 };
 
 // Exit statuses.
-constexpr int kExitFailure = 1;  // input, solve, result check or output failed
-constexpr int kExitUsage = 2;    // bad command line
+constexpr int kExitFailure = 1; // input, solve, result check or output failed
+constexpr int kExitUsage = 2;   // bad command line
 
 void printHelp()
 {
     printf("%s", kUsage);
-    printf(
-        "\nSolves A x = b with the kwil sparse solver library and prints a summary.\n\n"
-        "  -c OPTIONFILE        option file (default: kwil.ini in the working directory,\n"
-        "                       or else every option at its default)\n"
-        "  -s NAME=VALUE        sets one option after the file; may be repeated\n"
-        "  -b RHS.mtx           right-hand side b (Matrix Market array file);\n"
-        "                       default b = A (1, ..., 1), and the error against the ones\n"
-        "                       vector is reported too\n"
-        "  -x OUT.mtx           writes the solution x as a Matrix Market array file\n"
-        "  -q                   quiet: TRACE 0 once the option file is loaded\n"
-        "  --expand-symmetric   mirrors the stored triangle of a symmetric, hermitian or\n"
-        "                       skew-symmetric file (the library reads entries as stored)\n"
-        "  --help               this text\n\n"
-        "Exit status: 0 when the solve and the result check succeed, 1 when reading the\n"
-        "input, the solve, the check or writing x fails, 2 for a bad command line.\n\n"
-        "Options (option file lines 'NAME VALUE', or -s NAME=VALUE):\n");
+    printf("\nSolves A x = b with the kwil sparse solver library and prints a summary.\n\n"
+           "  -c OPTIONFILE        option file (default: kwil.ini in the working directory,\n"
+           "                       or else every option at its default)\n"
+           "  -s NAME=VALUE        sets one option after the file; may be repeated\n"
+           "  -b RHS.mtx           right-hand side b (Matrix Market array file);\n"
+           "                       default b = A (1, ..., 1), and the error against the ones\n"
+           "                       vector is reported too\n"
+           "  -x OUT.mtx           writes the solution x as a Matrix Market array file\n"
+           "  -q                   quiet: TRACE 0 once the option file is loaded\n"
+           "  --expand-symmetric   mirrors the stored triangle of a symmetric, hermitian or\n"
+           "                       skew-symmetric file (the library reads entries as stored)\n"
+           "  --help               this text\n\n"
+           "Exit status: 0 when the solve and the result check succeed, 1 when reading the\n"
+           "input, the solve, the check or writing x fails, 2 for a bad command line.\n\n"
+           "Options (option file lines 'NAME VALUE', or -s NAME=VALUE):\n");
     for (const OptionInfo& o : kOptions) {
         printf("  %-20s %-6s %-9s %s\n", o.name, o.isInt ? "int" : "double", o.def, o.meaning);
     }
@@ -140,13 +139,22 @@ int parseArgs(int argc, char** argv, Args* args)
             args->expand = true;
         } else if (strcmp(a, "-c") == 0 || strcmp(a, "-s") == 0 || strcmp(a, "-b") == 0 ||
                    strcmp(a, "-x") == 0) {
-            if (i + 1 >= argc) return usageError("option %s needs a value", a);
+            if (i + 1 >= argc)
+                return usageError("option %s needs a value", a);
             const char* v = argv[++i];
             switch (a[1]) {
-            case 'c': args->optionFile = v; break;
-            case 's': args->overrides.push_back(v); break;
-            case 'b': args->rhs = v; break;
-            default: args->out = v; break;
+            case 'c':
+                args->optionFile = v;
+                break;
+            case 's':
+                args->overrides.push_back(v);
+                break;
+            case 'b':
+                args->rhs = v;
+                break;
+            default:
+                args->out = v;
+                break;
             }
         } else if (a[0] == '-' && a[1] != '\0') {
             return usageError("unknown option %s", a);
@@ -156,7 +164,8 @@ int parseArgs(int argc, char** argv, Args* args)
             args->matrix = a;
         }
     }
-    if (args->matrix == nullptr) return usageError("%s", "no matrix file given");
+    if (args->matrix == nullptr)
+        return usageError("%s", "no matrix file given");
     return -1;
 }
 
@@ -183,9 +192,11 @@ KwilHandle* openHandle(const Args& args, std::string* used)
     }
     if (fd >= 0) {
         close(fd);
-        if (!written) unlink(path.c_str());
+        if (!written)
+            unlink(path.c_str());
     }
-    if (!written) return nullptr;
+    if (!written)
+        return nullptr;
     KwilHandle* h = kwilInit(KWIL_VERSION, path.c_str());
     unlink(path.c_str());
     *used = "(built-in defaults)";
@@ -195,7 +206,8 @@ KwilHandle* openHandle(const Args& args, std::string* used)
 const OptionInfo* findOption(const std::string& name)
 {
     for (const OptionInfo& o : kOptions) {
-        if (name == o.name) return &o;
+        if (name == o.name)
+            return &o;
     }
     return nullptr;
 }
@@ -213,7 +225,8 @@ int applyOverride(KwilHandle* h, const char* text)
     const OptionInfo* info = findOption(name);
     if (info == nullptr) {
         // Unknown to us; the library has the last word and writes its own line.
-        if (kwilSetOpt(h, name.c_str(), 1, 0, 0.0)) return 1;
+        if (kwilSetOpt(h, name.c_str(), 1, 0, 0.0))
+            return 1;
         fprintf(stderr, "kwil-solve: error: unknown option '%s'\n", name.c_str());
         return 0;
     }
@@ -222,19 +235,21 @@ int applyOverride(KwilHandle* h, const char* text)
     if (info->isInt) {
         const long v = strtol(value, &end, 10);
         if (end == value || *end != '\0' || errno != 0 || v < INT_MIN || v > INT_MAX) {
-            fprintf(stderr, "kwil-solve: error: option %s needs an int, got '%s'\n",
-                    name.c_str(), value);
+            fprintf(stderr, "kwil-solve: error: option %s needs an int, got '%s'\n", name.c_str(),
+                    value);
             return 0;
         }
-        if (kwilSetOpt(h, name.c_str(), 1, static_cast<int>(v), 0.0)) return 1;
+        if (kwilSetOpt(h, name.c_str(), 1, static_cast<int>(v), 0.0))
+            return 1;
     } else {
         const double v = strtod(value, &end);
         if (end == value || *end != '\0') {
-            fprintf(stderr, "kwil-solve: error: option %s needs a number, got '%s'\n",
-                    name.c_str(), value);
+            fprintf(stderr, "kwil-solve: error: option %s needs a number, got '%s'\n", name.c_str(),
+                    value);
             return 0;
         }
-        if (kwilSetOpt(h, name.c_str(), 0, 0, v)) return 1;
+        if (kwilSetOpt(h, name.c_str(), 0, 0, v))
+            return 1;
     }
     fprintf(stderr, "kwil-solve: error: cannot set option %s\n", name.c_str());
     return 0;
@@ -253,8 +268,10 @@ bool readEntries(KwilHandle* h, std::vector<Entry>* entries)
     int row = 0, col = 0, pos = 0, end = 0;
     double re = 0.0, im = 0.0;
     for (int first = 1;; first = 0) {
-        if (!kwilMatCoefGetNext(h, &row, &col, &pos, &re, &im, &end, first)) return false;
-        if (end) return true;
+        if (!kwilMatCoefGetNext(h, &row, &col, &pos, &re, &im, &end, first))
+            return false;
+        if (end)
+            return true;
         entries->push_back(Entry{row, col, re, im});
     }
 }
@@ -264,7 +281,8 @@ bool readEntries(KwilHandle* h, std::vector<Entry>* entries)
 std::string bannerSymmetry(FILE* fp)
 {
     char line[1025];
-    if (fgets(line, sizeof line, fp) == nullptr) return "";
+    if (fgets(line, sizeof line, fp) == nullptr)
+        return "";
     for (char* c = line; *c != '\0'; ++c) {
         *c = static_cast<char>(tolower(static_cast<unsigned char>(*c)));
     }
@@ -299,29 +317,37 @@ int expandSymmetric(KwilHandle* h, const char* path, bool* expanded)
         fprintf(stderr, "kwil-solve: error: cannot read the banner of '%s'\n", path);
         return 0;
     }
-    if (sym == 0) return 1;  // general: nothing to mirror
+    if (sym == 0)
+        return 1; // general: nothing to mirror
 
     int comp = 0, n = 0, num = 0;
     std::vector<Entry> entries;
-    if (!kwilMatCoefInfo(h, &comp, &n, &num) || !readEntries(h, &entries)) return 0;
+    if (!kwilMatCoefInfo(h, &comp, &n, &num) || !readEntries(h, &entries))
+        return 0;
     long total = 0;
-    for (const Entry& e : entries) total += e.row == e.col ? 1 : 2;
+    for (const Entry& e : entries)
+        total += e.row == e.col ? 1 : 2;
     if (total > INT_MAX) {
         fprintf(stderr, "kwil-solve: error: too many entries to expand '%s'\n", path);
         return 0;
     }
-    if (!kwilMatCoefCreate(h, comp, n, static_cast<int>(total))) return 0;
+    if (!kwilMatCoefCreate(h, comp, n, static_cast<int>(total)))
+        return 0;
     int pos = 0;
     for (const Entry& e : entries) {
-        if (!kwilMatCoefSet(h, e.row, e.col, pos++, e.re, e.im, 0)) return 0;
-        if (e.row == e.col) continue;
+        if (!kwilMatCoefSet(h, e.row, e.col, pos++, e.re, e.im, 0))
+            return 0;
+        if (e.row == e.col)
+            continue;
         double re = e.re, im = e.im;
-        if (sym == 'H') im = -im;
+        if (sym == 'H')
+            im = -im;
         if (sym == 'K') {
             re = -re;
             im = -im;
         }
-        if (!kwilMatCoefSet(h, e.col, e.row, pos++, re, im, 0)) return 0;
+        if (!kwilMatCoefSet(h, e.col, e.row, pos++, re, im, 0))
+            return 0;
     }
     *expanded = true;
     return 1;
@@ -331,15 +357,18 @@ int expandSymmetric(KwilHandle* h, const char* path, bool* expanded)
 int makeRhsOnes(KwilHandle* h, int comp, int n)
 {
     std::vector<Entry> entries;
-    if (!readEntries(h, &entries)) return 0;
+    if (!readEntries(h, &entries))
+        return 0;
     std::vector<double> re(n, 0.0), im(n, 0.0);
     for (const Entry& e : entries) {
         re[e.row] += e.re;
         im[e.row] += e.im;
     }
-    if (!kwilVecFixCreate(h, comp, n, 0.0, 0.0)) return 0;
+    if (!kwilVecFixCreate(h, comp, n, 0.0, 0.0))
+        return 0;
     for (int i = 0; i < n; ++i) {
-        if (!kwilVecFixSet(h, i, re[i], im[i])) return 0;
+        if (!kwilVecFixSet(h, i, re[i], im[i]))
+            return 0;
     }
     return 1;
 }
@@ -347,13 +376,20 @@ int makeRhsOnes(KwilHandle* h, int comp, int n)
 const char* solverName(int solver)
 {
     switch (solver) {
-    case -1: return "none (test run, x = 0)";
-    case 0: return "BiCGStab";
-    case 1: return "safe solver (BiCGSafe type)";
-    case 2: return "BiCGStab(L)";
-    case 10: return "direct (sparse LU)";
-    case 20: return "ILU solve only (x = M^-1 b)";
-    default: return "unknown";
+    case -1:
+        return "none (test run, x = 0)";
+    case 0:
+        return "BiCGStab";
+    case 1:
+        return "safe solver (BiCGSafe type)";
+    case 2:
+        return "BiCGStab(L)";
+    case 10:
+        return "direct (sparse LU)";
+    case 20:
+        return "ILU solve only (x = M^-1 b)";
+    default:
+        return "unknown";
     }
 }
 
@@ -389,7 +425,8 @@ void onesError(KwilHandle* h, int n, double* maxErr, double* relErr)
         double re = 0.0, im = 0.0;
         kwilVecVarGet(h, i, &re, &im);
         const double d = std::hypot(re - 1.0, im);
-        if (!(d <= m)) m = d;  // a NaN entry makes the maximum NaN
+        if (!(d <= m))
+            m = d; // a NaN entry makes the maximum NaN
         s += d * d;
     }
     *maxErr = m;
@@ -412,9 +449,11 @@ int run(const Args& args)
         ~Closer() { kwilTerm(h); }
     } closer{h};
 
-    if (args.quiet && !kwilSetOpt(h, "TRACE", 1, 0, 0.0)) return kExitFailure;
+    if (args.quiet && !kwilSetOpt(h, "TRACE", 1, 0, 0.0))
+        return kExitFailure;
     for (const char* o : args.overrides) {
-        if (!applyOverride(h, o)) return kExitFailure;
+        if (!applyOverride(h, o))
+            return kExitFailure;
     }
     if (!kwilMatCoefFileRead(h, args.matrix)) {
         fprintf(stderr, "kwil-solve: error: cannot read the matrix file '%s'\n", args.matrix);
@@ -426,7 +465,8 @@ int run(const Args& args)
         return kExitFailure;
     }
     int comp = 0, n = 0, entries = 0;
-    if (!kwilMatCoefInfo(h, &comp, &n, &entries)) return kExitFailure;
+    if (!kwilMatCoefInfo(h, &comp, &n, &entries))
+        return kExitFailure;
     if (args.rhs != nullptr) {
         if (!kwilVecFixFileRead(h, args.rhs)) {
             fprintf(stderr, "kwil-solve: error: cannot read the right-hand side file '%s'\n",
@@ -446,15 +486,16 @@ int run(const Args& args)
     double rel = NAN, abs = NAN;
     const int checked = solved ? kwilCheckResult(h, &rel, &abs) : 0;
     int written = 1;
-    if (solved && args.out != nullptr) written = kwilVecVarFileWrite(h, args.out);
+    if (solved && args.out != nullptr)
+        written = kwilVecVarFileWrite(h, args.out);
 
     char solver[128];
     describeSolver(h, solver, sizeof solver);
     double limit = 0.0;
     kwilGetOpt(h, "CHECK_RESULT_LIM", 0, nullptr, &limit);
     printf("kwil-solve summary\n");
-    printf("  matrix    %s: %s, size %d, entries %d%s\n", args.matrix, comp ? "complex" : "real",
-           n, entries, expanded ? " (symmetric part mirrored)" : "");
+    printf("  matrix    %s: %s, size %d, entries %d%s\n", args.matrix, comp ? "complex" : "real", n,
+           entries, expanded ? " (symmetric part mirrored)" : "");
     printf("  rhs       %s\n", args.rhs != nullptr ? args.rhs : "b = A (1, ..., 1)");
     printf("  options   %s\n", optionFile.c_str());
     printf("  solver    %s\n", solver);
@@ -468,7 +509,8 @@ int run(const Args& args)
         }
     }
     printf("  time      %.3f s\n", seconds);
-    if (solved && args.out != nullptr && written) printf("  solution  %s\n", args.out);
+    if (solved && args.out != nullptr && written)
+        printf("  solution  %s\n", args.out);
     fflush(stdout);
 
     if (!solved) {
@@ -486,12 +528,13 @@ int run(const Args& args)
     return 0;
 }
 
-}  // namespace
+} // namespace
 
 int main(int argc, char** argv)
 {
     Args args;
     const int status = parseArgs(argc, argv, &args);
-    if (status >= 0) return status;
+    if (status >= 0)
+        return status;
     return run(args);
 }

@@ -6,9 +6,9 @@
 
 #include <chrono>
 #include <cmath>
-#include <ctime>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <random>
 #include <string>
 
@@ -33,7 +33,8 @@ long fileBytes(const std::string& path)
 bool generate(const std::string& path, long entries)
 {
     FILE* f = fopen(path.c_str(), "w");
-    if (f == nullptr) return false;
+    if (f == nullptr)
+        return false;
     const long n = entries / 10 > 0 ? entries / 10 : 1;
     std::mt19937_64 rng(1);
     std::uniform_real_distribution<double> mant(-1.0, 1.0);
@@ -60,19 +61,21 @@ double sscanfSeconds(const std::string& path, long* lines, double* cpu)
     *lines = 0;
     for (int skip = 3; skip > 0 && fgets(line, sizeof line, f) != nullptr; --skip) {
     }
-    while (fgets(line, sizeof line, f) != nullptr) *lines += kwil::scanLineReference(line, 2, ij, 1, v);
+    while (fgets(line, sizeof line, f) != nullptr)
+        *lines += kwil::scanLineReference(line, 2, ij, 1, v);
     const double t = seconds() - t0;
     *cpu = static_cast<double>(clock() - c0) / CLOCKS_PER_SEC;
     fclose(f);
     return t;
 }
 
-}  // namespace
+} // namespace
 
 int main(int argc, char** argv)
 {
     const long entries = argc > 1 ? atol(argv[1]) : 10000000L;
-    const std::string path = argc > 2 ? argv[2] : "/tmp/kwil_bench_" + std::to_string(entries) + ".mtx";
+    const std::string path =
+        argc > 2 ? argv[2] : "/tmp/kwil_bench_" + std::to_string(entries) + ".mtx";
     if (fileBytes(path) < 0) {
         printf("generating %s (%ld entries)\n", path.c_str(), entries);
         if (!generate(path, entries)) {
@@ -92,13 +95,15 @@ int main(int argc, char** argv)
         ComLinMat* m = comFileMatRead(&handle, path.c_str());
         const double t = seconds() - t0;
         const double cpu = static_cast<double>(clock() - c0) / CLOCKS_PER_SEC;
-        if (cpu < bestCpu) bestCpu = cpu;
+        if (cpu < bestCpu)
+            bestCpu = cpu;
         if (m == nullptr || m->dataNum != entries) {
             printf("read failed\n");
             return 1;
         }
         comLinMatDelete(&handle, m);
-        if (t < best) best = t;
+        if (t < best)
+            best = t;
     }
     long lines = 0;
     double cs = 0.0;

@@ -382,8 +382,8 @@ int main(int argc, char** argv)
     }
     printf("\n# ILU(0) right preconditioning, tolerance 1e-10, x0 = 0, b = A 1\n");
     printf("%-8s %-10s %2s %8s %9s %6s %6s %9s %8s %10s %10s %9s %8s %6s\n", "problem", "solver",
-           "th", "n", "nnz", "end", "steps", "ilu[s]", "total[s]", "step[ms]", "true rel", "MB/step",
-           "bw[ms]", "ratio");
+           "th", "n", "nnz", "end", "steps", "ilu[s]", "total[s]", "step[ms]", "true rel",
+           "MB/step", "bw[ms]", "ratio");
 
     for (const std::string& name : names) {
         Problem pb{name, nullptr, nullptr, {}};

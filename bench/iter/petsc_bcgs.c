@@ -21,13 +21,19 @@ static Mat convDiff(int m, int dim, double c)
         PetscInt col[7], k = 0;
         PetscScalar v[7];
         const PetscInt x = i % m, y = (i / m) % m, z = i / mm;
-        if (dim == 3 && z > 0) col[k] = i - mm, v[k++] = -d - up;
-        if (y > 0) col[k] = i - m, v[k++] = -d - up;
-        if (x > 0) col[k] = i - 1, v[k++] = -d - up;
+        if (dim == 3 && z > 0)
+            col[k] = i - mm, v[k++] = -d - up;
+        if (y > 0)
+            col[k] = i - m, v[k++] = -d - up;
+        if (x > 0)
+            col[k] = i - 1, v[k++] = -d - up;
         col[k] = i, v[k++] = 2.0 * dim * d + dim * up;
-        if (x + 1 < m) col[k] = i + 1, v[k++] = -d;
-        if (y + 1 < m) col[k] = i + m, v[k++] = -d;
-        if (dim == 3 && z + 1 < m) col[k] = i + mm, v[k++] = -d;
+        if (x + 1 < m)
+            col[k] = i + 1, v[k++] = -d;
+        if (y + 1 < m)
+            col[k] = i + m, v[k++] = -d;
+        if (dim == 3 && z + 1 < m)
+            col[k] = i + mm, v[k++] = -d;
         MatSetValues(a, 1, &i, k, col, v, INSERT_VALUES);
     }
     MatAssemblyBegin(a, MAT_FINAL_ASSEMBLY);
@@ -35,17 +41,21 @@ static Mat convDiff(int m, int dim, double c)
     return a;
 }
 
-int main(int argc, char **argv)
+int main(int argc, char** argv)
 {
     PetscInitialize(&argc, &argv, NULL, NULL);
     printf("%-8s %8s %6s %9s %9s %10s %10s\n", "problem", "n", "steps", "setup[s]", "solve[s]",
            "step[ms]", "true rel");
     for (int i = 1; i < argc; ++i) {
         Mat a;
-        if (!strcmp(argv[i], "cd500")) a = convDiff(500, 2, 50.0);
-        else if (!strcmp(argv[i], "cd1000")) a = convDiff(1000, 2, 50.0);
-        else if (!strcmp(argv[i], "cd3d60")) a = convDiff(60, 3, 50.0);
-        else continue;
+        if (!strcmp(argv[i], "cd500"))
+            a = convDiff(500, 2, 50.0);
+        else if (!strcmp(argv[i], "cd1000"))
+            a = convDiff(1000, 2, 50.0);
+        else if (!strcmp(argv[i], "cd3d60"))
+            a = convDiff(60, 3, 50.0);
+        else
+            continue;
         Vec x, b, r, ones;
         MatCreateVecs(a, &x, &b);
         VecDuplicate(b, &r);

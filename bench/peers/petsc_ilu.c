@@ -59,7 +59,8 @@ int main(int argc, char** argv)
     mallopt(M_TRIM_THRESHOLD, INT_MAX);
     PetscCall(PetscInitialize(&argc, &argv, NULL, NULL));
     if (!benchReadMatrix(argv[2], &a) || a.isComplex != (sizeof(PetscScalar) == 16)) {
-        fprintf(stderr, "petsc_ilu: cannot read a matrix of PETSc's scalar type from %s\n", argv[2]);
+        fprintf(stderr, "petsc_ilu: cannot read a matrix of PETSc's scalar type from %s\n",
+                argv[2]);
         return 1;
     }
     PetscCall(MatCreateSeqAIJWithArrays(PETSC_COMM_SELF, a.n, a.n, a.rowPtr, a.colInd,

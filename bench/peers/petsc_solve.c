@@ -37,7 +37,8 @@ int main(int argc, char** argv)
         return 1;
     }
     bv = benchReadVector(argv[2], a.n, a.isComplex);
-    if (bv == NULL) return 1;
+    if (bv == NULL)
+        return 1;
     PetscCall(MatCreateSeqAIJWithArrays(PETSC_COMM_SELF, a.n, a.n, a.rowPtr, a.colInd,
                                         (PetscScalar*)a.val, &A));
     PetscCall(VecCreateSeqWithArray(PETSC_COMM_SELF, 1, a.n, (PetscScalar*)bv, &b));
@@ -46,7 +47,8 @@ int main(int argc, char** argv)
     PetscCall(KSPCreate(PETSC_COMM_SELF, &ksp));
     PetscCall(KSPSetOperators(ksp, A, A));
     PetscCall(KSPSetType(ksp, strcmp(method, "bcgsl") == 0 ? KSPBCGSL : KSPBCGS));
-    if (strcmp(method, "bcgsl") == 0) PetscCall(KSPBCGSLSetEll(ksp, ell));
+    if (strcmp(method, "bcgsl") == 0)
+        PetscCall(KSPBCGSLSetEll(ksp, ell));
     PetscCall(KSPGetPC(ksp, &pc));
     PetscCall(PCSetType(pc, PCILU));
     if (strcmp(method, "bcgsl") == 0) {

@@ -25,10 +25,10 @@ static double cpuSeconds(void)
 typedef struct {
     PetscInt n, nnz;
     PetscInt *ia, *ja; /* 0-based CSR, columns ascending */
-    PetscScalar *va;
+    PetscScalar* va;
 } Csr;
 
-static void convDiff2d(int m, double peclet, Csr *a)
+static void convDiff2d(int m, double peclet, Csr* a)
 {
     const PetscInt n = (PetscInt)m * m;
     const double h = 1.0 / (m + 1), c = peclet * h;
@@ -42,11 +42,15 @@ static void convDiff2d(int m, double peclet, Csr *a)
     for (PetscInt r = 0; r < n; ++r) {
         const PetscInt gx = r % m, gy = r / m;
 #define ADD(col, v) (a->ja[p] = (col), a->va[p] = (v), ++p)
-        if (gy > 0) ADD(r - m, -1.0 - c);
-        if (gx > 0) ADD(r - 1, -1.0 - c);
+        if (gy > 0)
+            ADD(r - m, -1.0 - c);
+        if (gx > 0)
+            ADD(r - 1, -1.0 - c);
         ADD(r, 4.0 + 2.0 * c);
-        if (gx < m - 1) ADD(r + 1, -1.0);
-        if (gy < m - 1) ADD(r + m, -1.0);
+        if (gx < m - 1)
+            ADD(r + 1, -1.0);
+        if (gy < m - 1)
+            ADD(r + m, -1.0);
 #undef ADD
         a->ia[r + 1] = p;
     }
@@ -57,44 +61,54 @@ typedef struct {
     double v;
 } Trip;
 
-static int cmpTrip(const void *x, const void *y)
+static int cmpTrip(const void* x, const void* y)
 {
     const Trip *a = x, *b = y;
-    if (a->i != b->i) return a->i < b->i ? -1 : 1;
+    if (a->i != b->i)
+        return a->i < b->i ? -1 : 1;
     return a->j < b->j ? -1 : a->j > b->j;
 }
 
 /* Real coordinate Matrix Market file (general or symmetric), zero diagonal added where missing. */
-static int readMM(const char *path, Csr *a)
+static int readMM(const char* path, Csr* a)
 {
-    FILE *f = fopen(path, "r");
+    FILE* f = fopen(path, "r");
     char line[1024];
     long rows, cols, nnz;
-    if (!f || !fgets(line, sizeof line, f)) return 0;
-    for (char *s = line; *s; ++s) *s = (char)tolower(*s);
-    if (!strstr(line, "coordinate") || strstr(line, "complex")) return fclose(f), 0;
+    if (!f || !fgets(line, sizeof line, f))
+        return 0;
+    for (char* s = line; *s; ++s)
+        *s = (char)tolower(*s);
+    if (!strstr(line, "coordinate") || strstr(line, "complex"))
+        return fclose(f), 0;
     const int pattern = strstr(line, "pattern") != NULL;
     const int skew = strstr(line, "skew") != NULL;
     const int sym = skew || strstr(line, "symmetric") != NULL;
     do {
-        if (!fgets(line, sizeof line, f)) return fclose(f), 0;
+        if (!fgets(line, sizeof line, f))
+            return fclose(f), 0;
     } while (line[0] == '%');
     sscanf(line, "%ld %ld %ld", &rows, &cols, &nnz);
-    Trip *t = malloc(sizeof(Trip) * (2 * nnz + rows));
-    char *hasDiag = calloc(rows + 1, 1);
+    Trip* t = malloc(sizeof(Trip) * (2 * nnz + rows));
+    char* hasDiag = calloc(rows + 1, 1);
     long k = 0;
     for (long e = 0; e < nnz; ++e) {
         long i, j;
         double v = 1.0;
-        if (fscanf(f, "%ld %ld", &i, &j) != 2) return fclose(f), 0;
-        if (!pattern && fscanf(f, "%lf", &v) != 1) return fclose(f), 0;
+        if (fscanf(f, "%ld %ld", &i, &j) != 2)
+            return fclose(f), 0;
+        if (!pattern && fscanf(f, "%lf", &v) != 1)
+            return fclose(f), 0;
         t[k++] = (Trip){i - 1, j - 1, v};
-        if (i == j) hasDiag[i] = 1;
-        if (sym && i != j) t[k++] = (Trip){j - 1, i - 1, skew ? -v : v};
+        if (i == j)
+            hasDiag[i] = 1;
+        if (sym && i != j)
+            t[k++] = (Trip){j - 1, i - 1, skew ? -v : v};
     }
     fclose(f);
     for (long i = 1; i <= rows; ++i)
-        if (!hasDiag[i]) t[k++] = (Trip){i - 1, i - 1, 0.0};
+        if (!hasDiag[i])
+            t[k++] = (Trip){i - 1, i - 1, 0.0};
     qsort(t, k, sizeof(Trip), cmpTrip);
     a->n = rows;
     a->nnz = k;
@@ -106,13 +120,14 @@ static int readMM(const char *path, Csr *a)
         a->ja[p] = t[p].j;
         a->va[p] = t[p].v;
     }
-    for (long i = 0; i < rows; ++i) a->ia[i + 1] += a->ia[i];
+    for (long i = 0; i < rows; ++i)
+        a->ia[i + 1] += a->ia[i];
     free(t);
     free(hasDiag);
     return 1;
 }
 
-static void bench(const char *name, Csr *c, int reps)
+static void bench(const char* name, Csr* c, int reps)
 {
     Mat A, F;
     IS row, col;
@@ -120,7 +135,8 @@ static void bench(const char *name, Csr *c, int reps)
     MatFactorInfo info;
     double bestSym = 1e300, bestNum = 1e300, bestSolve = 1e300;
     MatInfo fi;
-    PetscCallAbort(PETSC_COMM_SELF, MatCreateSeqAIJWithArrays(PETSC_COMM_SELF, c->n, c->n, c->ia, c->ja, c->va, &A));
+    PetscCallAbort(PETSC_COMM_SELF,
+                   MatCreateSeqAIJWithArrays(PETSC_COMM_SELF, c->n, c->n, c->ia, c->ja, c->va, &A));
     PetscCallAbort(PETSC_COMM_SELF, MatGetOrdering(A, MATORDERINGNATURAL, &row, &col));
     PetscCallAbort(PETSC_COMM_SELF, MatCreateVecs(A, &x, &b));
     PetscCallAbort(PETSC_COMM_SELF, VecSet(b, 1.0));
@@ -164,7 +180,7 @@ static void bench(const char *name, Csr *c, int reps)
     MatDestroy(&A);
 }
 
-int main(int argc, char **argv)
+int main(int argc, char** argv)
 {
     int reps = 3, first = 1;
     if (argc > 1 && strcmp(argv[1], "--warm") == 0) {
@@ -192,7 +208,7 @@ int main(int argc, char **argv)
     }
     for (int i = first; i < argc; ++i) {
         Csr c;
-        const char *base = strrchr(argv[i], '/');
+        const char* base = strrchr(argv[i], '/');
         if (!readMM(argv[i], &c)) {
             fprintf(stderr, "cannot read %s\n", argv[i]);
             continue;

@@ -54,8 +54,10 @@ Build load(const std::string& name, const char* commonOptions, const char* a, co
     auto init = symbol<decltype(&kwilInit)>(lib, "kwilInit");
     auto readA = symbol<decltype(&kwilMatCoefFileRead)>(lib, "kwilMatCoefFileRead");
     auto readB = symbol<decltype(&kwilVecFixFileRead)>(lib, "kwilVecFixFileRead");
-    Build build{name, symbol<decltype(&kwilSolv)>(lib, "kwilSolv"),
-                init(KWIL_VERSION, options.c_str()), {}};
+    Build build{name,
+                symbol<decltype(&kwilSolv)>(lib, "kwilSolv"),
+                init(KWIL_VERSION, options.c_str()),
+                {}};
     if (build.handle == nullptr || readA(build.handle, a) == 0 || readB(build.handle, b) == 0) {
         std::fprintf(stderr, "%s: could not set up the system\n", name.c_str());
         std::exit(1);

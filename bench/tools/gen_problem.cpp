@@ -23,7 +23,7 @@ struct Entry {
 void stencil(int dim, long n, bool helm, std::vector<Entry>& a)
 {
     const long total = dim == 2 ? n * n : n * n * n;
-    const double shiftRe = -0.25, shiftIm = 0.125;  // -(kh)²(1 - 0.5i), kh = 0.5
+    const double shiftRe = -0.25, shiftIm = 0.125; // -(kh)²(1 - 0.5i), kh = 0.5
     a.reserve(static_cast<size_t>(total) * (2 * dim + 1));
     for (long p = 0; p < total; ++p) {
         long c[3] = {p % n, (p / n) % n, dim == 3 ? p / (n * n) : 0};
@@ -31,17 +31,19 @@ void stencil(int dim, long n, bool helm, std::vector<Entry>& a)
         const double pe = 10.0 / static_cast<double>(n + 1);
         const double diag = helm ? 2.0 * dim + shiftRe : 2.0 * dim + dim * pe;
         for (int d = 0; d < dim; ++d, stride *= n) {
-            if (c[d] > 0) a.push_back({p, p - stride, helm ? -1.0 : -1.0 - pe, 0.0});
+            if (c[d] > 0)
+                a.push_back({p, p - stride, helm ? -1.0 : -1.0 - pe, 0.0});
         }
         a.push_back({p, p, diag, helm ? shiftIm : 0.0});
         stride = 1;
         for (int d = 0; d < dim; ++d, stride *= n) {
-            if (c[d] < n - 1) a.push_back({p, p + stride, -1.0, 0.0});
+            if (c[d] < n - 1)
+                a.push_back({p, p + stride, -1.0, 0.0});
         }
     }
 }
 
-}  // namespace
+} // namespace
 
 int main(int argc, char** argv)
 {
@@ -71,8 +73,8 @@ int main(int argc, char** argv)
         return 1;
     }
     const char* field = helm ? "complex" : "real";
-    fprintf(fa, "%%%%MatrixMarket matrix coordinate %s general\n%ld %ld %zu\n", field, total,
-            total, a.size());
+    fprintf(fa, "%%%%MatrixMarket matrix coordinate %s general\n%ld %ld %zu\n", field, total, total,
+            a.size());
     for (const Entry& e : a) {
         if (helm) {
             fprintf(fa, "%ld %ld %.17g %.17g\n", e.row + 1, e.col + 1, e.re, e.im);

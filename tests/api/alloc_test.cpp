@@ -25,22 +25,24 @@ struct Scenario {
     std::string options;
     std::function<System()> make;
     bool bComp;      // b complex (else real, promoted for a complex A)
-    bool solveFirst;  // a solve before the measured one leaves A compressed
-    bool scaling;     // DIAG_SCALE: a failure inside the scaling falls back to no scaling
+    bool solveFirst; // a solve before the measured one leaves A compressed
+    bool scaling;    // DIAG_SCALE: a failure inside the scaling falls back to no scaling
 };
 
-void PrintTo(const Scenario& sc, std::ostream* os) { *os << sc.name; }
+void PrintTo(const Scenario& sc, std::ostream* os)
+{
+    *os << sc.name;
+}
 
 // 4 x 4 with no stored diagonal in row 2 (see the repair cases); nonsingular.
 System missingDiagonal()
 {
     System s;
     s.n = 4;
-    for (const auto& e : {std::make_tuple(0, 0, 4.0), std::make_tuple(0, 1, -1.0),
-                          std::make_tuple(1, 0, -1.0), std::make_tuple(1, 1, 4.0),
-                          std::make_tuple(1, 2, -1.0), std::make_tuple(2, 1, 2.0),
-                          std::make_tuple(2, 3, -1.0), std::make_tuple(3, 2, -1.0),
-                          std::make_tuple(3, 3, 4.0)}) {
+    for (const auto& e :
+         {std::make_tuple(0, 0, 4.0), std::make_tuple(0, 1, -1.0), std::make_tuple(1, 0, -1.0),
+          std::make_tuple(1, 1, 4.0), std::make_tuple(1, 2, -1.0), std::make_tuple(2, 1, 2.0),
+          std::make_tuple(2, 3, -1.0), std::make_tuple(3, 2, -1.0), std::make_tuple(3, 3, 4.0)}) {
         s.add(std::get<0>(e), std::get<1>(e), std::get<2>(e));
     }
     s.rhsOnes();
@@ -48,28 +50,26 @@ System missingDiagonal()
 }
 
 const Scenario kSolveScenarios[] = {
-    {"BiCGStabReal", "SOLVER 0\n", [] { return apitest::convDiff(4, false); }, false, false,
-     false},
+    {"BiCGStabReal", "SOLVER 0\n", [] { return apitest::convDiff(4, false); }, false, false, false},
     {"BiCGStabComplexRealBSecondSolve", "SOLVER 0\nILU_FILLIN 1\n",
-     [] { return apitest::tridiag(9, Cplx(-1, 1), Cplx(4, 0), Cplx(-1, -1), true); }, false,
-     true, false},
-    {"SafeSolver", "SOLVER 1\n", [] { return apitest::convDiff(4, false); }, false, false,
+     [] { return apitest::tridiag(9, Cplx(-1, 1), Cplx(4, 0), Cplx(-1, -1), true); }, false, true,
      false},
-    {"BiCGStabL", "SOLVER 2\nSTABL_L 2\n", [] { return apitest::convDiff(4, true); }, true,
-     false, false},
-    {"DirectComplexRealB", "SOLVER 10\n", [] { return apitest::convDiff(3, true); }, false,
-     false, false},
+    {"SafeSolver", "SOLVER 1\n", [] { return apitest::convDiff(4, false); }, false, false, false},
+    {"BiCGStabL", "SOLVER 2\nSTABL_L 2\n", [] { return apitest::convDiff(4, true); }, true, false,
+     false},
+    {"DirectComplexRealB", "SOLVER 10\n", [] { return apitest::convDiff(3, true); }, false, false,
+     false},
     {"DirectWithRepair", "SOLVER 10\nREV_DIAGZERO 2\n", missingDiagonal, false, false, false},
-    {"IluSolve", "SOLVER 20\n", [] { return apitest::tridiag(8, -1.0, 3.0, -1.0, false); },
-     false, true, false},
-    {"SaveAll", "SOLVER 10\nSAVE_ALL 1\n", [] { return apitest::convDiff(3, true); }, true,
-     false, false},
+    {"IluSolve", "SOLVER 20\n", [] { return apitest::tridiag(8, -1.0, 3.0, -1.0, false); }, false,
+     true, false},
+    {"SaveAll", "SOLVER 10\nSAVE_ALL 1\n", [] { return apitest::convDiff(3, true); }, true, false,
+     false},
     {"Scaling", "SOLVER 0\nDIAG_SCALE 1\n", [] { return apitest::convDiff(4, false); }, false,
      false, true},
 };
 
 class SolveAllocation : public ::testing::TestWithParam<Scenario> {
-protected:
+  protected:
     KwilHandle* prepare(const std::string& extra)
     {
         const Scenario& sc = GetParam();
@@ -98,7 +98,7 @@ protected:
     {
         const double rel = apitest::relResidual(system, apitest::getX(h));
         return GetParam().options.find("SOLVER 20") != std::string::npos
-                   ? rel <= 1e-14  // ILU(0) of a tridiagonal matrix is exact
+                   ? rel <= 1e-14 // ILU(0) of a tridiagonal matrix is exact
                    : rel <= 1e-8;
     }
     // The scenario's system; a real b holds the real parts of A (1, ..., 1).
@@ -106,7 +106,8 @@ protected:
     {
         System s = GetParam().make();
         if (!GetParam().bComp) {
-            for (Cplx& v : s.b) v = v.real();
+            for (Cplx& v : s.b)
+                v = v.real();
         }
         return s;
     }
@@ -117,7 +118,7 @@ protected:
 TEST_P(SolveAllocation, EveryFailureIsReportedAndRecovered)
 {
     const Scenario& sc = GetParam();
-    InDir in(dir.dir());  // snapshots land here
+    InDir in(dir.dir()); // snapshots land here
     const long live0 = comTestLiveAllocs();
     const long total = count("");
     // Failures past the allocations of a solve without snapshot happen in the snapshot, which
@@ -214,4 +215,4 @@ TEST(CheckAllocation, EveryFailureIsReportedAndRecovered)
     }
 }
 
-}  // namespace
+} // namespace

@@ -34,7 +34,8 @@ struct System {
     std::vector<Cplx> apply(const std::vector<Cplx>& x) const
     {
         std::vector<Cplx> y(n);
-        for (int p = 0; p < nnz(); ++p) y[row[p]] += val[p] * x[col[p]];
+        for (int p = 0; p < nnz(); ++p)
+            y[row[p]] += val[p] * x[col[p]];
         return y;
     }
     // b := A (1, ..., 1).
@@ -55,11 +56,15 @@ inline System convDiff(int m, bool comp)
     for (int j = 0; j < m; ++j) {
         for (int i = 0; i < m; ++i) {
             const int k = j * m + i;
-            if (j > 0) s.add(k, k - m, -1.0 - cy);
-            if (i > 0) s.add(k, k - 1, -1.0 - cx);
+            if (j > 0)
+                s.add(k, k - m, -1.0 - cy);
+            if (i > 0)
+                s.add(k, k - 1, -1.0 - cx);
             s.add(k, k, comp ? Cplx(4.0, 0.5) : Cplx(4.0));
-            if (i < m - 1) s.add(k, k + 1, -1.0 + cx);
-            if (j < m - 1) s.add(k, k + m, -1.0 + cy);
+            if (i < m - 1)
+                s.add(k, k + 1, -1.0 + cx);
+            if (j < m - 1)
+                s.add(k, k + m, -1.0 + cy);
         }
     }
     s.rhsOnes();
@@ -73,9 +78,11 @@ inline System tridiag(int n, Cplx lo, Cplx d, Cplx up, bool comp)
     s.n = n;
     s.comp = comp;
     for (int i = 0; i < n; ++i) {
-        if (i > 0) s.add(i, i - 1, lo);
+        if (i > 0)
+            s.add(i, i - 1, lo);
         s.add(i, i, d);
-        if (i < n - 1) s.add(i, i + 1, up);
+        if (i < n - 1)
+            s.add(i, i + 1, up);
     }
     s.rhsOnes();
     return s;
@@ -86,15 +93,17 @@ inline void load(KwilHandle* h, const System& s, bool bComp)
 {
     ASSERT_EQ(kwilMatCoefCreate(h, s.comp ? 1 : 0, s.n, s.nnz()), 1);
     for (int p = 0; p < s.nnz(); ++p) {
-        ASSERT_EQ(kwilMatCoefSet(h, s.row[p], s.col[p], p, s.val[p].real(), s.val[p].imag(), 0),
-                  1);
+        ASSERT_EQ(kwilMatCoefSet(h, s.row[p], s.col[p], p, s.val[p].real(), s.val[p].imag(), 0), 1);
     }
     ASSERT_EQ(kwilVecFixCreate(h, bComp ? 1 : 0, s.n, 0.0, 0.0), 1);
     for (int i = 0; i < s.n; ++i) {
         ASSERT_EQ(kwilVecFixSet(h, i, s.b[i].real(), s.b[i].imag()), 1);
     }
 }
-inline void load(KwilHandle* h, const System& s) { load(h, s, s.comp); }
+inline void load(KwilHandle* h, const System& s)
+{
+    load(h, s, s.comp);
+}
 
 // The variable vector x of the handle.
 inline std::vector<Cplx> getX(KwilHandle* h)
@@ -127,7 +136,8 @@ inline std::vector<Cplx> getB(KwilHandle* h)
 inline double norm2(const std::vector<Cplx>& v)
 {
     double s = 0.0;
-    for (const Cplx& c : v) s += std::norm(c);
+    for (const Cplx& c : v)
+        s += std::norm(c);
     return std::sqrt(s);
 }
 
@@ -135,7 +145,8 @@ inline double norm2(const std::vector<Cplx>& v)
 inline double relResidual(const System& s, const std::vector<Cplx>& x)
 {
     std::vector<Cplx> r = s.apply(x);
-    for (int i = 0; i < s.n; ++i) r[i] -= s.b[i];
+    for (int i = 0; i < s.n; ++i)
+        r[i] -= s.b[i];
     return norm2(r) / norm2(s.b);
 }
 
@@ -143,9 +154,11 @@ inline double relResidual(const System& s, const std::vector<Cplx>& x)
 inline double backwardError(const System& s, const std::vector<Cplx>& x)
 {
     std::vector<Cplx> r = s.apply(x);
-    for (int i = 0; i < s.n; ++i) r[i] -= s.b[i];
+    for (int i = 0; i < s.n; ++i)
+        r[i] -= s.b[i];
     double fro = 0.0;
-    for (const Cplx& v : s.val) fro += std::norm(v);
+    for (const Cplx& v : s.val)
+        fro += std::norm(v);
     return norm2(r) / (std::sqrt(fro) * norm2(x) + norm2(s.b));
 }
 
@@ -154,10 +167,7 @@ struct Entry {
     int row;
     int col;
     Cplx val;
-    bool operator==(const Entry& o) const
-    {
-        return row == o.row && col == o.col && val == o.val;
-    }
+    bool operator==(const Entry& o) const { return row == o.row && col == o.col && val == o.val; }
 };
 inline std::vector<Entry> getEntries(KwilHandle* h)
 {
@@ -166,7 +176,8 @@ inline std::vector<Entry> getEntries(KwilHandle* h)
     double re = 0.0, im = 0.0;
     for (int first = 1;; first = 0) {
         EXPECT_EQ(kwilMatCoefGetNext(h, &row, &col, &pos, &re, &im, &end, first), 1);
-        if (end) break;
+        if (end)
+            break;
         out.push_back(Entry{row, col, Cplx(re, im)});
     }
     return out;
@@ -182,14 +193,15 @@ inline int dataNum(KwilHandle* h)
 inline bool contains(const std::vector<std::string>& lines, const std::string& line)
 {
     for (const std::string& l : lines) {
-        if (l == line) return true;
+        if (l == line)
+            return true;
     }
     return false;
 }
 
 // Runs the scope in another working directory.
 class InDir {
-public:
+  public:
     explicit InDir(const std::string& dir)
     {
         char buf[4096];
@@ -201,8 +213,8 @@ public:
     InDir(const InDir&) = delete;
     InDir& operator=(const InDir&) = delete;
 
-private:
+  private:
     std::string old_;
 };
 
-}  // namespace apitest
+} // namespace apitest

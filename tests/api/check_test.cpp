@@ -17,7 +17,7 @@ using kwiltest::TempDir;
 namespace {
 
 class CheckResult : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { h = kwiltest::makeHandle(dir, "SOLVER 10\n"); }
     void TearDown() override { kwilTerm(h); }
     // The 1 x 1 system 1 x = 1000 with the given x: relative norm |x - 1000| / 1000.
@@ -69,23 +69,22 @@ TEST_F(CheckResult, AnExactSolutionHasZeroNorms)
 
 TEST_F(CheckResult, ANormEqualToTheLimitPassesAndALargerOneFails)
 {
-    scalar(999.0);  // rel = 1 / 1000, the default limit exactly
+    scalar(999.0); // rel = 1 / 1000, the default limit exactly
     EXPECT_EQ(check(), 1) << err;
     EXPECT_EQ(rel, 0.001);
     EXPECT_EQ(abs, 1.0);
 
     scalar(998.0);
     EXPECT_EQ(check(), 0);
-    EXPECT_EQ(err,
-              "KWILERR: Limit 1.0000e-03 over error in check result norm rel 2.0000e-03 abs "
-              "2.0000e+00\n");
-    EXPECT_EQ(rel, 0.002);  // delivered all the same
+    EXPECT_EQ(err, "KWILERR: Limit 1.0000e-03 over error in check result norm rel 2.0000e-03 abs "
+                   "2.0000e+00\n");
+    EXPECT_EQ(rel, 0.002); // delivered all the same
     EXPECT_EQ(abs, 2.0);
 }
 
 TEST_F(CheckResult, ALimitNotAboveTheSmallestNormalDoubleIsOff)
 {
-    scalar(-5000.0);  // rel = 6
+    scalar(-5000.0); // rel = 6
     for (double limit : {0.0, -1.0, 1e-310}) {
         ASSERT_EQ(kwilSetOpt(h, "CHECK_RESULT_LIM", 0, 0, limit), 1);
         EXPECT_EQ(check(), 1) << limit;
@@ -94,9 +93,8 @@ TEST_F(CheckResult, ALimitNotAboveTheSmallestNormalDoubleIsOff)
     }
     ASSERT_EQ(kwilSetOpt(h, "CHECK_RESULT_LIM", 0, 0, 1e-300), 1);
     EXPECT_EQ(check(), 0);
-    EXPECT_EQ(err,
-              "KWILERR: Limit 1.0000e-300 over error in check result norm rel 6.0000e+00 abs "
-              "6.0000e+03\n");
+    EXPECT_EQ(err, "KWILERR: Limit 1.0000e-300 over error in check result norm rel 6.0000e+00 abs "
+                   "6.0000e+03\n");
 }
 
 TEST_F(CheckResult, MissingDataAndSizesAreReported)
@@ -111,7 +109,7 @@ TEST_F(CheckResult, MissingDataAndSizesAreReported)
     ASSERT_EQ(kwilVecVarCreate(h, 0, 1, 0.0, 0.0), 1);
     EXPECT_EQ(check(), 0);
     EXPECT_EQ(err, "KWILERR: Size unmatch in check result\n");
-    EXPECT_EQ(rel, -1.0);  // never written on failure
+    EXPECT_EQ(rel, -1.0); // never written on failure
     EXPECT_EQ(abs, -1.0);
 }
 
@@ -133,16 +131,15 @@ TEST_F(CheckResult, DuplicateEntriesFailTheConversionAfterTheCleanUp)
 {
     ASSERT_EQ(kwilMatCoefCreate(h, 0, 2, 4), 1);
     ASSERT_EQ(kwilMatCoefSet(h, 0, 0, 0, 1.0, 0.0, 0), 1);
-    ASSERT_EQ(kwilMatCoefSet(h, 1, 0, 1, 0.0, 0.0, 0), 1);  // vanishing: removed
+    ASSERT_EQ(kwilMatCoefSet(h, 1, 0, 1, 0.0, 0.0, 0), 1); // vanishing: removed
     ASSERT_EQ(kwilMatCoefSet(h, 1, 1, 2, 1.0, 0.0, 0), 1);
-    ASSERT_EQ(kwilMatCoefSet(h, 0, 0, 3, 2.0, 0.0, 0), 1);  // (0, 0) a second time
+    ASSERT_EQ(kwilMatCoefSet(h, 0, 0, 3, 2.0, 0.0, 0), 1); // (0, 0) a second time
     ASSERT_EQ(kwilVecFixCreate(h, 0, 2, 1.0, 0.0), 1);
     ASSERT_EQ(kwilVecVarCreate(h, 0, 2, 1.0, 0.0), 1);
     EXPECT_EQ(check(), 0);
-    EXPECT_EQ(err,
-              "KWILERR: Dupulicate data error in matrix sort\n"
-              "KWILERR: Change mat type error in check result\n");
-    EXPECT_EQ(rel, -1.0);  // no norms without a residual
+    EXPECT_EQ(err, "KWILERR: Dupulicate data error in matrix sort\n"
+                   "KWILERR: Change mat type error in check result\n");
+    EXPECT_EQ(rel, -1.0); // no norms without a residual
     EXPECT_EQ(apitest::dataNum(h), 3);
 }
 
@@ -152,9 +149,9 @@ TEST_F(CheckResult, RealVectorsArePromotedForAComplexMatrix)
     ASSERT_EQ(kwilMatCoefSet(h, 0, 0, 0, 0.0, 2.0, 0), 1);
     ASSERT_EQ(kwilMatCoefSet(h, 1, 1, 1, 3.0, 0.0, 0), 1);
     ASSERT_EQ(kwilVecFixCreate(h, 0, 2, 0.0, 0.0), 1);
-    ASSERT_EQ(kwilVecFixSet(h, 1, 3.0, 0.0), 1);  // b = (0, 3), real
+    ASSERT_EQ(kwilVecFixSet(h, 1, 3.0, 0.0), 1); // b = (0, 3), real
     ASSERT_EQ(kwilVecVarCreate(h, 0, 2, 0.0, 0.0), 1);
-    ASSERT_EQ(kwilVecVarSet(h, 1, 1.0, 0.0), 1);  // x = (0, 1), real
+    ASSERT_EQ(kwilVecVarSet(h, 1, 1.0, 0.0), 1); // x = (0, 1), real
     EXPECT_EQ(check(), 1) << err;
     EXPECT_EQ(rel, 0.0);
     int comp = -1, n = 0;
@@ -203,7 +200,7 @@ TEST_F(CheckResult, AfterARestoreFlagSetTheMatrixIsConvertedAndCleanedAgain)
     ASSERT_EQ(e[1].row, 0);
     ASSERT_EQ(e[1].col, 1);
     ASSERT_EQ(kwilMatCoefSet(h, 0, 1, 1, 0.0, 0.0, 1), 1);
-    EXPECT_EQ(check(), 0);  // |r| = 1 against |b| = sqrt(4 + 4 + 9 + 9)
+    EXPECT_EQ(check(), 0); // |r| = 1 against |b| = sqrt(4 + 4 + 9 + 9)
     EXPECT_NEAR(abs, 1.0, 1e-14);
     EXPECT_NEAR(rel, 1.0 / std::sqrt(26.0), 1e-14);
     EXPECT_EQ(apitest::dataNum(h), 9);
@@ -230,4 +227,4 @@ TEST_F(CheckResult, NullOutParametersAreAllowed)
     EXPECT_EQ(kwilCheckResult(h, nullptr, nullptr), 1);
 }
 
-}  // namespace
+} // namespace

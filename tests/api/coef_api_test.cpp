@@ -22,7 +22,7 @@ struct Entry {
 };
 
 class CoefApi : public testing::Test {
-protected:
+  protected:
     void SetUp() override { h = kwiltest::makeHandle(dir); }
     void TearDown() override { kwilTerm(h); }
 
@@ -34,9 +34,11 @@ protected:
         double re = 0, im = 0;
         for (int first = 1;; first = 0) {
             EXPECT_EQ(kwilMatCoefGetNext(h, &row, &col, &pos, &re, &im, &end, first), 1);
-            if (end != 0) break;
+            if (end != 0)
+                break;
             out.push_back({row, col, pos, re, im});
-            if (out.size() > 1000) break;
+            if (out.size() > 1000)
+                break;
         }
         int flag = 0, size = 0, n = 0;
         kwilMatCoefInfo(h, &flag, &size, &n);
@@ -73,7 +75,7 @@ protected:
     KwilHandle* h = nullptr;
 };
 
-}  // namespace
+} // namespace
 
 TEST_F(CoefApi, CreateGivesEmptySlotsAndTheShape)
 {
@@ -85,14 +87,14 @@ TEST_F(CoefApi, CreateGivesEmptySlotsAndTheShape)
     EXPECT_EQ(n, 2);
     const std::vector<Entry> e = all();
     ASSERT_EQ(e.size(), 2u);
-    for (int k = 0; k < 2; ++k) {  // the stored -1 is delivered as -2
+    for (int k = 0; k < 2; ++k) { // the stored -1 is delivered as -2
         EXPECT_EQ(e[k].row, -2);
         EXPECT_EQ(e[k].col, -2);
         EXPECT_EQ(e[k].pos, k);
         EXPECT_EQ(e[k].re, 0.0);
         EXPECT_EQ(e[k].im, 0.0);
     }
-    ASSERT_EQ(kwilMatCoefCreate(h, 5, 2, 1), 1);  // any non-zero flag is complex
+    ASSERT_EQ(kwilMatCoefCreate(h, 5, 2, 1), 1); // any non-zero flag is complex
     ASSERT_EQ(kwilMatCoefInfo(h, &flag, &size, &n), 1);
     EXPECT_EQ(flag, 1);
     EXPECT_EQ(h->matCoef->compData[0], 0.0);
@@ -109,7 +111,7 @@ TEST_F(CoefApi, NegativeShapes)
                   "KWILERR: Allocation error\n"
                   "KWILERR: Row or col allocation error in matrix create\n"
                   "KWILERR: Create error in create coef mat\n");
-        EXPECT_EQ(h->matCoef, nullptr);  // the old matrix is gone either way
+        EXPECT_EQ(h->matCoef, nullptr); // the old matrix is gone either way
     }
     // A negative size is kept; no entry fits in it, and a solve finds the slots empty.
     ASSERT_EQ(kwilMatCoefCreate(h, 1, -1, 2), 1);
@@ -147,7 +149,7 @@ TEST_F(CoefApi, SetChecksPositionRowAndColumnInThatOrder)
     } cases[] = {
         {0, 0, 3, "KWILERR: Invalid pos 3 in set coef mat\n"},
         {9, 9, -1, "KWILERR: Invalid pos -1 in set coef mat\n"},
-        {3, 9, 0, "KWILERR: Invalid row 3 in set coef mat\n"},  // 0-based values shown
+        {3, 9, 0, "KWILERR: Invalid row 3 in set coef mat\n"}, // 0-based values shown
         {-1, 0, 0, "KWILERR: Invalid row -1 in set coef mat\n"},
         {INT_MAX, 0, 0, "KWILERR: Invalid row 2147483647 in set coef mat\n"},
         {0, 3, 0, "KWILERR: Invalid col 3 in set coef mat\n"},
@@ -155,23 +157,25 @@ TEST_F(CoefApi, SetChecksPositionRowAndColumnInThatOrder)
         {0, INT_MIN, 0, "KWILERR: Invalid col -2147483648 in set coef mat\n"},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(err([&] { EXPECT_EQ(kwilMatCoefSet(h, c.row, c.col, c.pos, 1, 0, 1), 0); }), c.line);
+        EXPECT_EQ(err([&] { EXPECT_EQ(kwilMatCoefSet(h, c.row, c.col, c.pos, 1, 0, 1), 0); }),
+                  c.line);
     }
-    for (const Entry& e : all()) EXPECT_EQ(e.row, -2);  // nothing stored
+    for (const Entry& e : all())
+        EXPECT_EQ(e.row, -2); // nothing stored
 }
 
 TEST_F(CoefApi, SetStoresOneBasedAndKeepsImaginaryPartsOfComplexOnly)
 {
     fillSample(0);
-    EXPECT_EQ(h->matCoef->row[1], 3);  // stored 1-based
+    EXPECT_EQ(h->matCoef->row[1], 3); // stored 1-based
     EXPECT_EQ(h->matCoef->col[1], 1);
     std::vector<Entry> e = all();
     ASSERT_EQ(e.size(), 4u);
     EXPECT_EQ(e[1].row, 2);
     EXPECT_EQ(e[1].col, 0);
     EXPECT_EQ(e[1].re, 3.0);
-    EXPECT_EQ(e[1].im, 0.0);  // a real matrix ignores the imaginary part
-    ASSERT_EQ(kwilMatCoefSet(h, 1, 1, 1, 7.0, 0.0, 0), 1);  // the last write wins
+    EXPECT_EQ(e[1].im, 0.0); // a real matrix ignores the imaginary part
+    ASSERT_EQ(kwilMatCoefSet(h, 1, 1, 1, 7.0, 0.0, 0), 1); // the last write wins
     EXPECT_EQ(all()[1].re, 7.0);
 
     fillSample(1);
@@ -183,10 +187,10 @@ TEST_F(CoefApi, SetStoresOneBasedAndKeepsImaginaryPartsOfComplexOnly)
 TEST_F(CoefApi, SetAfterConversionNeedsTheRestoreFlag)
 {
     fillSample(1);
-    ASSERT_EQ(comLinMatChangeType(h, h->matCoef, MAT_CSR), 1);  // as a solve leaves it
+    ASSERT_EQ(comLinMatChangeType(h, h->matCoef, MAT_CSR), 1); // as a solve leaves it
     EXPECT_EQ(err([&] { EXPECT_EQ(kwilMatCoefSet(h, 1, 1, 0, 9, 9, 0), 0); }),
               "KWILERR: Invalid mat type (after solver) in set coef mat\n");
-    EXPECT_EQ(h->matCoef->type, MAT_CSR);  // nothing changed
+    EXPECT_EQ(h->matCoef->type, MAT_CSR); // nothing changed
     const std::vector<Entry> sorted = all();
     ASSERT_EQ(sorted.size(), 4u);
     EXPECT_EQ(sorted[0].col, 0);
@@ -199,7 +203,7 @@ TEST_F(CoefApi, SetAfterConversionNeedsTheRestoreFlag)
 
     ASSERT_EQ(kwilMatCoefSet(h, 1, 1, 0, 9, 8, 1), 1);
     EXPECT_EQ(h->matCoef->type, MAT_COO);
-    const std::vector<Entry> e = all();  // sorted order, entry 0 replaced
+    const std::vector<Entry> e = all(); // sorted order, entry 0 replaced
     EXPECT_EQ(e[0].row, 1);
     EXPECT_EQ(e[0].col, 1);
     EXPECT_EQ(e[0].re, 9.0);
@@ -223,10 +227,9 @@ TEST_F(CoefApi, FailedRestoreIsReported)
     EXPECT_EQ(kwilMatCoefSet(h, 1, 1, 0, 9, 9, 1), 0);
     comTestFailAlloc(0);
     cap.take();
-    EXPECT_EQ(cap.err(),
-              "KWILERR: Allocation error\n"
-              "KWILERR: Allocation error in matrix restore CSR\n"
-              "KWILERR: Restore mat type error in set coef mat\n");
+    EXPECT_EQ(cap.err(), "KWILERR: Allocation error\n"
+                         "KWILERR: Allocation error in matrix restore CSR\n"
+                         "KWILERR: Restore mat type error in set coef mat\n");
     EXPECT_EQ(h->matCoef->type, MAT_CSR);
     EXPECT_EQ(all().size(), 4u);
 }
@@ -234,10 +237,11 @@ TEST_F(CoefApi, FailedRestoreIsReported)
 TEST_F(CoefApi, GetNextEndProtocol)
 {
     ASSERT_EQ(kwilMatCoefCreate(h, 0, 3, 3), 1);
-    for (int k = 0; k < 3; ++k) ASSERT_EQ(kwilMatCoefSet(h, k, 2 - k, k, k + 0.5, 0, 0), 1);
+    for (int k = 0; k < 3; ++k)
+        ASSERT_EQ(kwilMatCoefSet(h, k, 2 - k, k, k + 0.5, 0, 0), 1);
     int row = 0, col = 0, pos = 77, end = -1;
     double re = 0, im = 0;
-    ASSERT_EQ(kwilMatCoefGetNext(h, &row, &col, &pos, &re, &im, &end, 1), 1);  // pos ignored
+    ASSERT_EQ(kwilMatCoefGetNext(h, &row, &col, &pos, &re, &im, &end, 1), 1); // pos ignored
     EXPECT_EQ(pos, 0);
     EXPECT_EQ(end, 0);
     for (int k = 1; k < 3; ++k) {
@@ -250,16 +254,17 @@ TEST_F(CoefApi, GetNextEndProtocol)
     ASSERT_EQ(kwilMatCoefGetNext(h, &row, &col, &pos, &re, &im, &end, 0), 1);
     EXPECT_EQ(end, 1);
     EXPECT_EQ(pos, 3);
-    EXPECT_EQ(row, 2);  // left as they were
+    EXPECT_EQ(row, 2); // left as they were
     EXPECT_EQ(col, 0);
     end = 0;
-    ASSERT_EQ(kwilMatCoefGetNext(h, &row, &col, &pos, &re, &im, &end, 0), 1);  // again
+    ASSERT_EQ(kwilMatCoefGetNext(h, &row, &col, &pos, &re, &im, &end, 0), 1); // again
     EXPECT_EQ(end, 1);
     EXPECT_EQ(pos, 3);
     for (int bad : {4, -1, INT_MAX}) {
         pos = bad;
-        EXPECT_EQ(err([&] { EXPECT_EQ(kwilMatCoefGetNext(h, &row, &col, &pos, &re, &im, &end, 0), 0); }),
-                  "KWILERR: Invalid pos in get next coef mat pos=" + std::to_string(bad) + "\n");
+        EXPECT_EQ(
+            err([&] { EXPECT_EQ(kwilMatCoefGetNext(h, &row, &col, &pos, &re, &im, &end, 0), 0); }),
+            "KWILERR: Invalid pos in get next coef mat pos=" + std::to_string(bad) + "\n");
     }
 }
 
@@ -272,13 +277,13 @@ TEST_F(CoefApi, GetNextGivesTheSameEntriesInEveryForm)
     byForm[1] = all();
     ASSERT_EQ(comLinMatChangeType(h, h->matCoef, MAT_CSR), 1);
     byForm[2] = all();
-    EXPECT_EQ(h->matCoef->type, MAT_CSR);  // the iteration never converts
+    EXPECT_EQ(h->matCoef->type, MAT_CSR); // the iteration never converts
     ASSERT_EQ(byForm[0].size(), 4u);
-    EXPECT_EQ(byForm[0][0].row, 3);  // creation order
+    EXPECT_EQ(byForm[0][0].row, 3); // creation order
     const int rows[] = {0, 0, 2, 3}, cols[] = {0, 3, 0, 3};
     for (int f = 1; f < 3; ++f) {
         ASSERT_EQ(byForm[f].size(), 4u);
-        for (int k = 0; k < 4; ++k) {  // row-major order, past the empty row 1
+        for (int k = 0; k < 4; ++k) { // row-major order, past the empty row 1
             EXPECT_EQ(byForm[f][k].row, rows[k]) << "form " << f << " entry " << k;
             EXPECT_EQ(byForm[f][k].col, cols[k]);
             EXPECT_EQ(byForm[f][k].re, -byForm[f][k].im);
@@ -316,10 +321,13 @@ TEST_F(CoefApi, FileReadAndWrite)
     EXPECT_EQ(err([&] { EXPECT_EQ(kwilMatCoefFileWrite(h, dir.path("no/b.mtx").c_str()), 0); }),
               "KWILERR: Open error in mat file read, write='" + dir.path("no/b.mtx") + "'\n");
 
-    const std::string bad = dir.write("c.mtx", "%%MatrixMarket matrix coordinate real general\n2 3 1\n");
+    const std::string bad =
+        dir.write("c.mtx", "%%MatrixMarket matrix coordinate real general\n2 3 1\n");
     EXPECT_EQ(err([&] { EXPECT_EQ(kwilMatCoefFileRead(h, bad.c_str()), 0); }),
-              "KWILERR: Size unmatch in mat file read file='" + bad + "'\n"
-              "KWILERR: Read error in read coef mat file '" + bad + "'\n");
+              "KWILERR: Size unmatch in mat file read file='" + bad +
+                  "'\n"
+                  "KWILERR: Read error in read coef mat file '" +
+                  bad + "'\n");
     EXPECT_EQ(h->matCoef, nullptr);
 }
 
@@ -329,35 +337,41 @@ TEST_F(CoefApi, EveryAllocationFailureLeavesTheFieldEmpty)
         "a.mtx", "%%MatrixMarket matrix coordinate real general\n2 2 2\n2 1 1.5\n1 2 3\n");
     for (int flag : {0, 1}) {
         EXPECT_GT(kwiltest::sweepAllocFailures([&] {
-            const int ok = kwilMatCoefCreate(h, flag, 3, 4);
-            EXPECT_EQ(ok == 1, h->matCoef != nullptr);
-            dropMatrix();
-            return ok == 1;
-        }), 0);
+                      const int ok = kwilMatCoefCreate(h, flag, 3, 4);
+                      EXPECT_EQ(ok == 1, h->matCoef != nullptr);
+                      dropMatrix();
+                      return ok == 1;
+                  }),
+                  0);
     }
     EXPECT_GT(kwiltest::sweepAllocFailures([&] {
-        const int ok = kwilMatCoefFileRead(h, in.c_str());
-        EXPECT_EQ(ok == 1, h->matCoef != nullptr);
-        dropMatrix();
-        return ok == 1;
-    }), 0);
+                  const int ok = kwilMatCoefFileRead(h, in.c_str());
+                  EXPECT_EQ(ok == 1, h->matCoef != nullptr);
+                  dropMatrix();
+                  return ok == 1;
+              }),
+              0);
     // Setting after a solve: creation, conversion and the restore.
     EXPECT_GT(kwiltest::sweepAllocFailures([&] {
-        bool ok = kwilMatCoefCreate(h, 1, 3, 2) == 1 && kwilMatCoefSet(h, 2, 0, 0, 1, 1, 0) == 1 &&
-                  kwilMatCoefSet(h, 0, 2, 1, 2, 2, 0) == 1 &&
-                  comLinMatChangeType(h, h->matCoef, MAT_CSR) == 1 &&
-                  kwilMatCoefSet(h, 1, 1, 1, 3, 3, 1) == 1;
-        dropMatrix();
-        return ok;
-    }), 2);
+                  bool ok = kwilMatCoefCreate(h, 1, 3, 2) == 1 &&
+                            kwilMatCoefSet(h, 2, 0, 0, 1, 1, 0) == 1 &&
+                            kwilMatCoefSet(h, 0, 2, 1, 2, 2, 0) == 1 &&
+                            comLinMatChangeType(h, h->matCoef, MAT_CSR) == 1 &&
+                            kwilMatCoefSet(h, 1, 1, 1, 3, 3, 1) == 1;
+                  dropMatrix();
+                  return ok;
+              }),
+              2);
     Capture cap;
     comTestFailAlloc(1);
     EXPECT_EQ(kwilMatCoefFileRead(h, in.c_str()), 0);
     comTestFailAlloc(0);
     cap.take();
-    EXPECT_EQ(cap.err(),
-              "KWILERR: Allocation error\n"
-              "KWILERR: Allocation error in matrix create\n"
-              "KWILERR: Matrix data create error in mat file read file='" + in + "'\n"
-              "KWILERR: Read error in read coef mat file '" + in + "'\n");
+    EXPECT_EQ(cap.err(), "KWILERR: Allocation error\n"
+                         "KWILERR: Allocation error in matrix create\n"
+                         "KWILERR: Matrix data create error in mat file read file='" +
+                             in +
+                             "'\n"
+                             "KWILERR: Read error in read coef mat file '" +
+                             in + "'\n");
 }

@@ -40,7 +40,7 @@ TEST(KwilInit, NullPathReadsKwilIniInTheWorkingDirectory)
     ASSERT_EQ(chdir(dir.dir().c_str()), 0);
     {
         Capture cap;
-        EXPECT_EQ(kwilInit(1, nullptr), nullptr);  // no fallback to pure defaults
+        EXPECT_EQ(kwilInit(1, nullptr), nullptr); // no fallback to pure defaults
         cap.take();
         EXPECT_EQ(cap.err(), "KWILERR: No option file in init opt 'kwil.ini'\n");
     }
@@ -91,7 +91,7 @@ TEST(KwilInit, EveryAllocationFailureIsReportedAndLeaksNothing)
     const long before = comTestAllocCount();
     KwilHandle* h = kwilInit(1, p.c_str());
     EXPECT_NE(h, nullptr);
-    EXPECT_EQ(comTestAllocCount() - before, 3);  // the handle and the two option arrays
+    EXPECT_EQ(comTestAllocCount() - before, 3); // the handle and the two option arrays
     kwilTerm(h);
     EXPECT_EQ(comTestLiveAllocs(), live);
 }
@@ -102,7 +102,7 @@ TEST(KwilOpt, SetAndGetByTable)
     KwilHandle* h = kwiltest::makeHandle(dir);
     int iv = 0;
     double dv = 0.0;
-    EXPECT_EQ(kwilSetOpt(h, "SOLVER", 1, 77, 9.5), 1);  // unknown solver values are accepted
+    EXPECT_EQ(kwilSetOpt(h, "SOLVER", 1, 77, 9.5), 1); // unknown solver values are accepted
     EXPECT_EQ(kwilSetOpt(h, "ITER_RESOLVE", 0, 77, 1e-6), 1);
     EXPECT_EQ(kwilGetOpt(h, "SOLVER", 1, &iv, nullptr), 1);
     EXPECT_EQ(kwilGetOpt(h, "ITER_RESOLVE", 0, nullptr, &dv), 1);
@@ -120,13 +120,12 @@ TEST(KwilOpt, UnknownNamesAreReportedWithTheFlag)
     double dv = -5.0;
     Capture cap;
     EXPECT_EQ(kwilSetOpt(h, "NOPE", 3, 1, 1.0), 0);
-    EXPECT_EQ(kwilGetOpt(h, "SOLVER", 0, &iv, &dv), 0);  // SOLVER is no double option
+    EXPECT_EQ(kwilGetOpt(h, "SOLVER", 0, &iv, &dv), 0); // SOLVER is no double option
     EXPECT_EQ(kwilGetOpt(h, "ITER_RESOLVE", 1, &iv, &dv), 0);
     cap.take();
-    EXPECT_EQ(cap.err(),
-              "KWILERR: Unknown key in set opt int flag 3 key 'NOPE'\n"
-              "KWILERR: Unknown key in get opt int flag 0 key 'SOLVER'\n"
-              "KWILERR: Unknown key in get opt int flag 1 key 'ITER_RESOLVE'\n");
+    EXPECT_EQ(cap.err(), "KWILERR: Unknown key in set opt int flag 3 key 'NOPE'\n"
+                         "KWILERR: Unknown key in get opt int flag 0 key 'SOLVER'\n"
+                         "KWILERR: Unknown key in get opt int flag 1 key 'ITER_RESOLVE'\n");
     EXPECT_EQ(iv, -5);
     EXPECT_EQ(dv, -5.0);
     kwilTerm(h);
@@ -162,7 +161,7 @@ TEST(KwilReadOptFile, FailureLeavesAUsableHandle)
     }
     int iv = -1;
     EXPECT_EQ(kwilGetOpt(h, "SOLVER", 1, &iv, nullptr), 1);
-    EXPECT_EQ(iv, 0);  // the defaults are in place
+    EXPECT_EQ(iv, 0); // the defaults are in place
     const std::string good = dir.write("c.ini", "FILE_VER 1\nSOLVER 1\n");
     for (long k = 1; k <= 2; ++k) {
         kwilSetOpt(h, "SOLVER", 1, 20, 0.0);
@@ -172,7 +171,7 @@ TEST(KwilReadOptFile, FailureLeavesAUsableHandle)
         comTestFailAlloc(0);
         cap.take();
         EXPECT_EQ(kwilGetOpt(h, "SOLVER", 1, &iv, nullptr), 1);
-        EXPECT_EQ(iv, 20);  // the old options survive a failed allocation
+        EXPECT_EQ(iv, 20); // the old options survive a failed allocation
     }
     EXPECT_EQ(kwilReadOptFile(h, good.c_str()), 1);
     kwilTerm(h);

@@ -31,8 +31,8 @@ struct Result {
 // Runs kwil-solve with args in the directory cwd; env is put before the command (NAME=VALUE).
 Result runTool(const TempDir& cwd, const std::string& args, const std::string& env = "")
 {
-    const std::string cmd = "cd '" + cwd.dir() + "' && " + env + " '" + kExe + "' " + args +
-                            " >'" + cwd.path("stdout") + "' 2>'" + cwd.path("stderr") + "'";
+    const std::string cmd = "cd '" + cwd.dir() + "' && " + env + " '" + kExe + "' " + args + " >'" +
+                            cwd.path("stdout") + "' 2>'" + cwd.path("stderr") + "'";
     const int rc = std::system(cmd.c_str());
     Result r;
     r.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
@@ -46,9 +46,11 @@ Result runTool(const TempDir& cwd, const std::string& args, const std::string& e
 double summaryValue(const Result& r, const std::string& prefix, const std::string& word)
 {
     for (const std::string& l : r.outLines) {
-        if (l.rfind(prefix, 0) != 0) continue;
+        if (l.rfind(prefix, 0) != 0)
+            continue;
         const size_t at = l.find(word);
-        if (at == std::string::npos) break;
+        if (at == std::string::npos)
+            break;
         return std::strtod(l.c_str() + at + word.size(), nullptr);
     }
     return std::nan("");
@@ -59,7 +61,8 @@ std::vector<apitest::Cplx> readArray(const std::string& path)
 {
     std::vector<apitest::Cplx> v;
     const std::vector<std::string> lines = kwiltest::lines(kwiltest::readFile(path));
-    if (lines.size() < 2) return v;
+    if (lines.size() < 2)
+        return v;
     const bool comp = lines[0].find(" complex ") != std::string::npos;
     for (size_t i = 2; i < lines.size(); ++i) {
         double re = 0.0, im = 0.0;
@@ -94,8 +97,8 @@ TEST(KwilSolve, SolvesTheBundledExample)
 TEST(KwilSolve, TheExampleOptionFileTraces)
 {
     TempDir cwd;
-    const Result r = runTool(cwd, "-c '" + std::string(KWIL_SOURCE_DIR) +
-                                      "/examples/kwil.ini' " + kExamples + "/convdiff.mtx");
+    const Result r = runTool(cwd, "-c '" + std::string(KWIL_SOURCE_DIR) + "/examples/kwil.ini' " +
+                                      kExamples + "/convdiff.mtx");
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(contains(r.outLines, "KWILTRC: Option: Solver"));
     EXPECT_TRUE(contains(r.outLines, "KWILTRC: Analyse in solver data type real"));
@@ -106,8 +109,8 @@ TEST(KwilSolve, TheExampleOptionFileTraces)
 TEST(KwilSolve, SolvesAComplexExampleWithOverrides)
 {
     TempDir cwd;
-    const Result r = runTool(cwd, "-q -s SOLVER=2 -s STABL_L=2 -s ITER_RESOLVE=1e-12 " +
-                                      kExamples + "/convdiff_complex.mtx");
+    const Result r = runTool(cwd, "-q -s SOLVER=2 -s STABL_L=2 -s ITER_RESOLVE=1e-12 " + kExamples +
+                                      "/convdiff_complex.mtx");
     ASSERT_EQ(r.status, 0) << r.out << r.err;
     EXPECT_TRUE(contains(r.outLines, "  solver    BiCGStab(L), L = 2, ILU(0) (SOLVER 2)"));
     EXPECT_NE(r.out.find(": complex, size 900, entries 4380\n"), std::string::npos) << r.out;
@@ -118,8 +121,8 @@ TEST(KwilSolve, SolvesAComplexExampleWithOverrides)
 TEST(KwilSolve, OverridesSelectTheDirectSolveAndTheTrace)
 {
     TempDir cwd;
-    const Result r = runTool(cwd, "-s SOLVER=10 -s TRACE=1 -x x.mtx " + kExamples +
-                                      "/convdiff.mtx");
+    const Result r =
+        runTool(cwd, "-s SOLVER=10 -s TRACE=1 -x x.mtx " + kExamples + "/convdiff.mtx");
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(contains(r.outLines, "  solver    direct (sparse LU) (SOLVER 10)"));
     EXPECT_TRUE(contains(r.outLines, "KWILTRC: Option: Solver"));
@@ -127,7 +130,8 @@ TEST(KwilSolve, OverridesSelectTheDirectSolveAndTheTrace)
     EXPECT_LE(summaryValue(r, "  residual", "rel "), 1e-13);
     const std::vector<apitest::Cplx> x = readArray(cwd.path("x.mtx"));
     ASSERT_EQ(x.size(), 2500u);
-    for (const apitest::Cplx& v : x) ASSERT_NEAR(v.real(), 1.0, 1e-10);
+    for (const apitest::Cplx& v : x)
+        ASSERT_NEAR(v.real(), 1.0, 1e-10);
 }
 
 TEST(KwilSolve, BadOverridesAreRefused)
@@ -136,9 +140,8 @@ TEST(KwilSolve, BadOverridesAreRefused)
     const std::string a = kExamples + "/convdiff.mtx";
     Result r = runTool(cwd, "-s FOO=1 " + a);
     EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err,
-              "KWILERR: Unknown key in set opt int flag 1 key 'FOO'\n"
-              "kwil-solve: error: unknown option 'FOO'\n");
+    EXPECT_EQ(r.err, "KWILERR: Unknown key in set opt int flag 1 key 'FOO'\n"
+                     "kwil-solve: error: unknown option 'FOO'\n");
     EXPECT_EQ(r.out, "");
     r = runTool(cwd, "-s SOLVER=ten " + a);
     EXPECT_EQ(r.status, 1);
@@ -156,24 +159,25 @@ TEST(KwilSolve, ABadMatrixFileGivesTheLibrarysLinesAndOneOfItsOwn)
     TempDir cwd;
     Result r = runTool(cwd, "nope.mtx");
     EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err,
-              "KWILERR: Open error in mat file read file='nope.mtx'\n"
-              "KWILERR: Read error in read coef mat file 'nope.mtx'\n"
-              "kwil-solve: error: cannot read the matrix file 'nope.mtx'\n");
+    EXPECT_EQ(r.err, "KWILERR: Open error in mat file read file='nope.mtx'\n"
+                     "KWILERR: Read error in read coef mat file 'nope.mtx'\n"
+                     "kwil-solve: error: cannot read the matrix file 'nope.mtx'\n");
     const std::string bad = kData + "/bad_data.mtx";
     r = runTool(cwd, bad);
     EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err,
-              "KWILERR: Invalid real data format in mat file read file='" + bad + "'\n"
-              "KWILERR: Invalid data='2 2 x'\n"
-              "KWILERR: Read error in read coef mat file '" + bad + "'\n"
-              "kwil-solve: error: cannot read the matrix file '" + bad + "'\n");
+    EXPECT_EQ(r.err, "KWILERR: Invalid real data format in mat file read file='" + bad +
+                         "'\n"
+                         "KWILERR: Invalid data='2 2 x'\n"
+                         "KWILERR: Read error in read coef mat file '" +
+                         bad +
+                         "'\n"
+                         "kwil-solve: error: cannot read the matrix file '" +
+                         bad + "'\n");
     r = runTool(cwd, "-b nope_b.mtx " + kExamples + "/convdiff.mtx");
     EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err,
-              "KWILERR: Open error in vec file read file='nope_b.mtx'\n"
-              "KWILERR: Read error in read fix vec file 'nope_b.mtx'\n"
-              "kwil-solve: error: cannot read the right-hand side file 'nope_b.mtx'\n");
+    EXPECT_EQ(r.err, "KWILERR: Open error in vec file read file='nope_b.mtx'\n"
+                     "KWILERR: Read error in read fix vec file 'nope_b.mtx'\n"
+                     "kwil-solve: error: cannot read the right-hand side file 'nope_b.mtx'\n");
 }
 
 TEST(KwilSolve, AFailedSolveOrCheckExitsNonZero)
@@ -181,9 +185,8 @@ TEST(KwilSolve, AFailedSolveOrCheckExitsNonZero)
     TempDir cwd;
     Result r = runTool(cwd, "-q -s SOLVER=1 " + kExamples + "/convdiff_complex.mtx");
     EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err,
-              "KWILERR: Invalid data type in iter safe solver\n"
-              "kwil-solve: error: the solve failed\n");
+    EXPECT_EQ(r.err, "KWILERR: Invalid data type in iter safe solver\n"
+                     "kwil-solve: error: the solve failed\n");
     EXPECT_TRUE(contains(r.outLines, "  result    FAILED"));
 
     r = runTool(cwd, "-q -s ITER_RESOLVE=1e-2 -s CHECK_RESULT_LIM=1e-300 " + kExamples +
@@ -202,9 +205,8 @@ TEST(KwilSolve, ASolutionThatCannotBeWrittenExitsNonZero)
     TempDir cwd;
     const Result r = runTool(cwd, "-q -s SOLVER=10 -x nodir/x.mtx " + kExamples + "/convdiff.mtx");
     EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err,
-              "KWILERR: Open error in vec file read, write='nodir/x.mtx'\n"
-              "kwil-solve: error: cannot write the solution to 'nodir/x.mtx'\n");
+    EXPECT_EQ(r.err, "KWILERR: Open error in vec file read, write='nodir/x.mtx'\n"
+                     "kwil-solve: error: cannot write the solution to 'nodir/x.mtx'\n");
     EXPECT_TRUE(contains(r.outLines, "  result    solved"));
     EXPECT_EQ(r.out.find("  solution"), std::string::npos);
 }
@@ -215,9 +217,8 @@ TEST(KwilSolve, OptionFileDiscovery)
     const std::string a = kExamples + "/convdiff.mtx";
     Result r = runTool(cwd, "-c nope.ini " + a);
     EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err,
-              "KWILERR: No option file in init opt 'nope.ini'\n"
-              "kwil-solve: error: cannot load the option file nope.ini\n");
+    EXPECT_EQ(r.err, "KWILERR: No option file in init opt 'nope.ini'\n"
+                     "kwil-solve: error: cannot load the option file nope.ini\n");
     cwd.write("kwil.ini", "FILE_VER 1\nSOLVER 10\n");
     r = runTool(cwd, a);
     ASSERT_EQ(r.status, 0) << r.err;
@@ -232,7 +233,8 @@ TEST(KwilSolve, WithoutATemporaryDirectoryTheBuiltInOptionsFailWithOneLine)
     const Result r = runTool(cwd, kExamples + "/convdiff.mtx", "TMPDIR='" + none + "'");
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.err, "kwil-solve: error: cannot write the built-in option file to a temporary "
-                     "file in '" + none + "': No such file or directory\n");
+                     "file in '" +
+                         none + "': No such file or directory\n");
     EXPECT_EQ(r.out, "");
 }
 
@@ -285,7 +287,7 @@ TEST(KwilSolve, ExpandSymmetricMirrorsTheStoredTriangle)
     ASSERT_EQ(x.size(), 2u);
     EXPECT_NEAR(x[0].real(), 1.0, 1e-14);
     EXPECT_NEAR(x[1].real(), 2.0, 1e-14);
-    EXPECT_FALSE(contains(r.outLines, "  error"));  // no ones-vector error with -b
+    EXPECT_FALSE(contains(r.outLines, "  error")); // no ones-vector error with -b
 }
 
 TEST(KwilSolve, HelpListsEveryOptionWithItsDefault)
@@ -296,15 +298,42 @@ TEST(KwilSolve, HelpListsEveryOptionWithItsDefault)
     EXPECT_EQ(r.err, "");
     ASSERT_FALSE(r.outLines.empty());
     EXPECT_EQ(r.outLines[0].rfind("Usage: kwil-solve [-c OPTIONFILE] [-s NAME=VALUE]...", 0), 0u);
-    const char* names[] = {"USER_I1", "USER_I4", "FILE_VER", "TRACE", "SOLVER", "THREADS",
-                           "REV_DIAGZERO", "SAVE_ALL", "DIAG_SCALE", "ILU_TRACE", "ILU_FILLIN",
-                           "ITER_PREILU", "ITER_CORRECT_R", "ITER_STEPTRACE", "ITER_MAXSTEP",
-                           "ITER_R_TYPE", "ITER_GIVEUP", "SAFE_CR", "SAFE_CORRECT_Y", "STABL_L",
-                           "PARDISO_TRACE", "PARDISO_MEM_LIM", "PARDISO_STAT", "PARDISO_ITER",
-                           "PARDISO_PIVOT", "USER_D1", "USER_D4", "REV_DIAGZERO_VAL",
-                           "CHECK_RESULT_LIM", "ILU_REV_DIAGZERO_VAL", "ILU_ACCEL",
-                           "ILU_FILLINMIN", "ITER_MAXSTEP_SIZE", "ITER_RESOLVE",
-                           "ITER_GIVEUP_CHECK", "ITER_GIVEUP_REDUCT"};
+    const char* names[] = {"USER_I1",
+                           "USER_I4",
+                           "FILE_VER",
+                           "TRACE",
+                           "SOLVER",
+                           "THREADS",
+                           "REV_DIAGZERO",
+                           "SAVE_ALL",
+                           "DIAG_SCALE",
+                           "ILU_TRACE",
+                           "ILU_FILLIN",
+                           "ITER_PREILU",
+                           "ITER_CORRECT_R",
+                           "ITER_STEPTRACE",
+                           "ITER_MAXSTEP",
+                           "ITER_R_TYPE",
+                           "ITER_GIVEUP",
+                           "SAFE_CR",
+                           "SAFE_CORRECT_Y",
+                           "STABL_L",
+                           "PARDISO_TRACE",
+                           "PARDISO_MEM_LIM",
+                           "PARDISO_STAT",
+                           "PARDISO_ITER",
+                           "PARDISO_PIVOT",
+                           "USER_D1",
+                           "USER_D4",
+                           "REV_DIAGZERO_VAL",
+                           "CHECK_RESULT_LIM",
+                           "ILU_REV_DIAGZERO_VAL",
+                           "ILU_ACCEL",
+                           "ILU_FILLINMIN",
+                           "ITER_MAXSTEP_SIZE",
+                           "ITER_RESOLVE",
+                           "ITER_GIVEUP_CHECK",
+                           "ITER_GIVEUP_REDUCT"};
     for (const char* n : names) {
         EXPECT_NE(r.out.find("\n  " + std::string(n) + " "), std::string::npos) << n;
     }
@@ -322,7 +351,8 @@ TEST(KwilSolve, HelpDefaultsAreTheLibrarysDefaults)
     KwilHandle* h = kwiltest::makeHandle(cwd);
     ASSERT_NE(h, nullptr);
     size_t at = 0;
-    while (at < r.outLines.size() && r.outLines[at].rfind("Options (", 0) != 0) ++at;
+    while (at < r.outLines.size() && r.outLines[at].rfind("Options (", 0) != 0)
+        ++at;
     ASSERT_LT(at, r.outLines.size());
     int ints = 0, doubles = 0;
     for (++at; at < r.outLines.size(); ++at) {
@@ -364,4 +394,4 @@ TEST(KwilSolve, CommandLineErrorsExitWithTwo)
     EXPECT_EQ(r.err.rfind("kwil-solve: option -c needs a value\n", 0), 0u) << r.err;
 }
 
-}  // namespace
+} // namespace

@@ -29,10 +29,12 @@ std::vector<std::string> listDir(const std::string& path)
 {
     std::vector<std::string> names;
     DIR* d = opendir(path.c_str());
-    if (d == nullptr) return names;
+    if (d == nullptr)
+        return names;
     while (dirent* e = readdir(d)) {
         const std::string n = e->d_name;
-        if (n != "." && n != "..") names.push_back(n);
+        if (n != "." && n != "..")
+            names.push_back(n);
     }
     closedir(d);
     std::sort(names.begin(), names.end());
@@ -57,7 +59,7 @@ System smallSystem()
 }
 
 class Snapshot : public ::testing::Test {
-protected:
+  protected:
     // A handle working in the temporary directory, with SAVE_ALL set.
     void SetUp() override
     {
@@ -81,7 +83,8 @@ protected:
     {
         std::vector<std::string> out;
         for (const std::string& n : listDir(".")) {
-            if (n.rfind("kwilSave", 0) == 0) out.push_back(n);
+            if (n.rfind("kwilSave", 0) == 0)
+                out.push_back(n);
         }
         return out;
     }
@@ -94,7 +97,7 @@ protected:
 TEST_F(Snapshot, HoldsExactlyTheSixFilesWithTheirContents)
 {
     apitest::load(h, smallSystem());
-    ASSERT_EQ(kwilSetOpt(h, "SOLVER", 1, -1, 0.0), 1);  // x = 0: residual -b, rel 1, abs 5
+    ASSERT_EQ(kwilSetOpt(h, "SOLVER", 1, -1, 0.0), 1); // x = 0: residual -b, rel 1, abs 5
     ASSERT_EQ(solve(), 1);
     EXPECT_EQ(err, "KWILWRN: Solver test\n");
     ASSERT_EQ(saveDirs(), std::vector<std::string>{"kwilSave0001"});
@@ -133,7 +136,7 @@ TEST_F(Snapshot, HoldsExactlyTheSixFilesWithTheirContents)
 TEST_F(Snapshot, ComplexSystemsAreWrittenComplex)
 {
     System s = apitest::tridiag(3, Cplx(0.0, 1.0), Cplx(2.0, 0.0), Cplx(0.0, -1.0), true);
-    apitest::load(h, s, false);  // the real b is promoted and saved complex
+    apitest::load(h, s, false); // the real b is promoted and saved complex
     ASSERT_EQ(solve(), 1) << err;
     const std::string fix = kwiltest::readFile("kwilSave0001/vecFix.mtx");
     EXPECT_EQ(fix.rfind("%%MatrixMarket matrix array complex general\n3 1\n", 0), 0u) << fix;
@@ -193,7 +196,8 @@ TempDir* fastTempDir()
 {
     const char* old = getenv("TMPDIR");
     const std::string saved = old != nullptr ? old : "";
-    if (access("/dev/shm", W_OK) == 0) setenv("TMPDIR", "/dev/shm", 1);
+    if (access("/dev/shm", W_OK) == 0)
+        setenv("TMPDIR", "/dev/shm", 1);
     auto* dir = new TempDir;
     if (old != nullptr) {
         setenv("TMPDIR", saved.c_str(), 1);
@@ -221,7 +225,8 @@ TEST_F(Snapshot, AllNamesTakenIsReportedAndTheSolveStillSucceeds)
 
 TEST_F(Snapshot, AnUnwritableWorkingDirectoryIsReported)
 {
-    if (geteuid() == 0) GTEST_SKIP() << "root ignores directory permissions";
+    if (geteuid() == 0)
+        GTEST_SKIP() << "root ignores directory permissions";
     ASSERT_EQ(chmod(".", 0555), 0);
     apitest::load(h, smallSystem());
     EXPECT_EQ(solve(), 1);
@@ -314,4 +319,4 @@ TEST(SnapshotOff, NoDirectoryWithoutSaveAll)
     kwilTerm(h);
 }
 
-}  // namespace
+} // namespace

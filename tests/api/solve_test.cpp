@@ -34,7 +34,8 @@ SolveRun solveWith(const System& s, const std::string& options, bool bComp)
     TempDir dir;
     KwilHandle* h = kwiltest::makeHandle(dir, options);
     SolveRun run;
-    if (h == nullptr) return run;
+    if (h == nullptr)
+        return run;
     apitest::load(h, s, bComp);
     Capture cap;
     run.result = kwilSolv(h);
@@ -55,7 +56,8 @@ SolveRun solveWith(const System& s, const std::string& options)
 bool allZero(const std::vector<Cplx>& x)
 {
     for (const Cplx& v : x) {
-        if (v != Cplx(0.0)) return false;
+        if (v != Cplx(0.0))
+            return false;
     }
     return true;
 }
@@ -78,7 +80,7 @@ System missingDiagonal()
     return s;
 }
 
-}  // namespace
+} // namespace
 
 // ---- Every SOLVER value ---------------------------------------------------------------------
 
@@ -179,9 +181,9 @@ TEST(SolveSolvers, IluSolveIsExactOnTridiagonalSystems)
 {
     // ILU(0) of a tridiagonal matrix is its LU factorisation, so one application solves.
     for (bool comp : {false, true}) {
-        const System s = comp ? apitest::tridiag(50, Cplx(-1.0, 0.5), Cplx(3.0, 1.0),
-                                                 Cplx(-0.5, -0.25), true)
-                              : apitest::tridiag(50, -1.2, 3.0, -0.7, false);
+        const System s =
+            comp ? apitest::tridiag(50, Cplx(-1.0, 0.5), Cplx(3.0, 1.0), Cplx(-0.5, -0.25), true)
+                 : apitest::tridiag(50, -1.2, 3.0, -0.7, false);
         const SolveRun run = solveWith(s, "SOLVER 20\n");
         EXPECT_EQ(run.result, 1) << run.err;
         EXPECT_LE(apitest::backwardError(s, run.x), 1e-15) << "complex " << comp;
@@ -194,7 +196,7 @@ TEST(SolveSolvers, IluSolveIsOneApplicationOnlyOnAGeneralSystem)
     const SolveRun run = solveWith(s, "SOLVER 20\n");
     EXPECT_EQ(run.result, 1);
     const double rel = apitest::relResidual(s, run.x);
-    EXPECT_GT(rel, 1e-6);  // ILU(0) with fill dropped is no exact solve here
+    EXPECT_GT(rel, 1e-6); // ILU(0) with fill dropped is no exact solve here
     EXPECT_LT(rel, 1.0);
 }
 
@@ -205,8 +207,8 @@ TEST(SolveSolvers, UnknownSolverValuesFailButStillReplaceX)
             const SolveRun run =
                 solveWith(apitest::convDiff(3, comp), "SOLVER " + std::to_string(solver));
             EXPECT_EQ(run.result, 0);
-            EXPECT_EQ(run.err, "KWILERR: Unknown solver type " + std::to_string(solver) +
-                                   " in solver\n");
+            EXPECT_EQ(run.err,
+                      "KWILERR: Unknown solver type " + std::to_string(solver) + " in solver\n");
             ASSERT_EQ(run.x.size(), 9u);
             EXPECT_TRUE(allZero(run.x));
         }
@@ -215,7 +217,7 @@ TEST(SolveSolvers, UnknownSolverValuesFailButStillReplaceX)
 
 TEST(SolveSolvers, IterativeFailureIsTheSolversLine)
 {
-    System s;  // diag(1, 1), b = (3, 4): ||r0|| = 5
+    System s; // diag(1, 1), b = (3, 4): ||r0|| = 5
     s.n = 2;
     s.add(0, 0, 1.0);
     s.add(1, 1, 1.0);
@@ -229,7 +231,7 @@ TEST(SolveSolvers, IterativeFailureIsTheSolversLine)
 // ---- Failure paths of the driver -------------------------------------------------------------
 
 class SolveDriver : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { h = kwiltest::makeHandle(dir, "SOLVER 10\n"); }
     void TearDown() override { kwilTerm(h); }
     // Solves and returns the result; the log lands in out and err.
@@ -254,18 +256,18 @@ TEST_F(SolveDriver, MissingDataIsReportedAndChangesNothing)
 
     ASSERT_EQ(kwilVecVarCreate(h, 0, 2, 7.0, 0.0), 1);
     ASSERT_EQ(kwilVecFixCreate(h, 0, 2, 1.0, 0.0), 1);
-    EXPECT_EQ(solve(), 0);  // b but no A
+    EXPECT_EQ(solve(), 0); // b but no A
     EXPECT_EQ(err, "KWILERR: No data in solver\n");
 
     ASSERT_EQ(kwilMatCoefCreate(h, 0, 2, 0), 1);
-    EXPECT_EQ(solve(), 0);  // A without entries
+    EXPECT_EQ(solve(), 0); // A without entries
     EXPECT_EQ(err, "KWILERR: No data in solver\n");
 
     ASSERT_EQ(kwilMatCoefCreate(h, 0, 2, 2), 1);
     ASSERT_EQ(kwilMatCoefSet(h, 0, 0, 0, 1.0, 0.0, 0), 1);
     ASSERT_EQ(kwilMatCoefSet(h, 1, 1, 1, 1.0, 0.0, 0), 1);
     ASSERT_EQ(kwilVecFixCreate(h, 0, 0, 1.0, 0.0), 1);
-    EXPECT_EQ(solve(), 0);  // b of size 0
+    EXPECT_EQ(solve(), 0); // b of size 0
     EXPECT_EQ(err, "KWILERR: No data in solver\n");
     // x was not touched by any of these.
     EXPECT_EQ(apitest::getX(h), std::vector<Cplx>(2, Cplx(7.0)));
@@ -275,8 +277,8 @@ TEST_F(SolveDriver, AnUnsetSlotIsReportedBeforeTheSizeCheck)
 {
     ASSERT_EQ(kwilMatCoefCreate(h, 0, 3, 3), 1);
     ASSERT_EQ(kwilMatCoefSet(h, 0, 0, 0, 1.0, 0.0, 0), 1);
-    ASSERT_EQ(kwilMatCoefSet(h, 2, 2, 2, 1.0, 0.0, 0), 1);  // slot 1 never set
-    ASSERT_EQ(kwilVecFixCreate(h, 0, 5, 1.0, 0.0), 1);      // and b of the wrong size
+    ASSERT_EQ(kwilMatCoefSet(h, 2, 2, 2, 1.0, 0.0, 0), 1); // slot 1 never set
+    ASSERT_EQ(kwilVecFixCreate(h, 0, 5, 1.0, 0.0), 1);     // and b of the wrong size
     EXPECT_EQ(solve(), 0);
     EXPECT_EQ(err, "KWILERR: Lack of coef mat data in solver\n");
 
@@ -302,7 +304,8 @@ TEST_F(SolveDriver, ComplexBWithRealAIsRefused)
 TEST_F(SolveDriver, RealBWithComplexAIsPromoted)
 {
     System s = apitest::tridiag(20, Cplx(-1.0, 1.0), Cplx(4.0, 0.0), Cplx(-1.0, -1.0), true);
-    for (int i = 0; i < s.n; ++i) s.b[i] = Cplx(i + 1.0);
+    for (int i = 0; i < s.n; ++i)
+        s.b[i] = Cplx(i + 1.0);
     apitest::load(h, s, false);
     int comp = -1, n = 0;
     ASSERT_EQ(kwilVecFixInfo(h, &comp, &n), 1);
@@ -320,12 +323,11 @@ TEST_F(SolveDriver, DuplicateEntriesFailTheConversionAndTheRepairIsUndone)
 {
     ASSERT_EQ(kwilSetOpt(h, "SOLVER", 1, 0, 0.0), 1);
     System s = missingDiagonal();
-    s.add(0, 1, 5.0);  // (0, 1) a second time
+    s.add(0, 1, 5.0); // (0, 1) a second time
     apitest::load(h, s);
     EXPECT_EQ(solve(), 0);
-    EXPECT_EQ(err,
-              "KWILERR: Dupulicate data error in matrix sort\n"
-              "KWILERR: Change type CSR error in solver\n");
+    EXPECT_EQ(err, "KWILERR: Dupulicate data error in matrix sort\n"
+                   "KWILERR: Change type CSR error in solver\n");
     // The inserted diagonal (2, 2) is back to zero; it stays as an explicit entry.
     const std::vector<apitest::Entry> e = apitest::getEntries(h);
     EXPECT_EQ(static_cast<int>(e.size()), s.nnz() + 1);
@@ -343,7 +345,8 @@ TEST_F(SolveDriver, NanResultFailsAndInfinityPasses)
 
     // Diagonal A: an infinite b_0 gives an infinite x_0 and no NaN.
     ASSERT_EQ(kwilMatCoefCreate(h, 0, 3, 3), 1);
-    for (int i = 0; i < 3; ++i) ASSERT_EQ(kwilMatCoefSet(h, i, i, i, 2.0, 0.0, 0), 1);
+    for (int i = 0; i < 3; ++i)
+        ASSERT_EQ(kwilMatCoefSet(h, i, i, i, 2.0, 0.0, 0), 1);
     ASSERT_EQ(kwilVecFixCreate(h, 0, 3, 1.0, 0.0), 1);
     ASSERT_EQ(kwilVecFixSet(h, 0, std::numeric_limits<double>::infinity(), 0.0), 1);
     EXPECT_EQ(solve(), 1) << err;
@@ -355,7 +358,7 @@ TEST_F(SolveDriver, NanResultFailsAndInfinityPasses)
 TEST_F(SolveDriver, TwoSolvesInARowConvertTheMatrixBackAndCleanItAgain)
 {
     System s = apitest::convDiff(5, false);
-    s.add(3, 17, 0.0);  // an explicit zero: removed by the first clean-up
+    s.add(3, 17, 0.0); // an explicit zero: removed by the first clean-up
     apitest::load(h, s);
     ASSERT_EQ(solve(), 1) << err;
     const std::vector<Cplx> x1 = apitest::getX(h);
@@ -397,12 +400,12 @@ TEST_F(SolveDriver, AValueSetInTheVariableVectorHasNoInfluence)
     TempDir other;
     KwilHandle* g = kwiltest::makeHandle(other, "SOLVER 0\n");
     apitest::load(g, s);
-    ASSERT_EQ(kwilVecVarCreate(g, 1, 11, 3.0, -2.0), 1);  // wrong size and type
+    ASSERT_EQ(kwilVecVarCreate(g, 1, 11, 3.0, -2.0), 1); // wrong size and type
     ASSERT_EQ(kwilVecVarSet(g, 4, 1e30, 1e30), 1);
     Capture cap;
     ASSERT_EQ(kwilSolv(g), 1);
     cap.take();
-    EXPECT_EQ(apitest::getX(g), clean);  // bit for bit
+    EXPECT_EQ(apitest::getX(g), clean); // bit for bit
     int comp = -1, n = 0;
     EXPECT_EQ(kwilVecVarInfo(g, &comp, &n), 1);
     EXPECT_EQ(comp, 0);
@@ -415,7 +418,7 @@ TEST_F(SolveDriver, TheThreadCountIsRestoredOnEveryPath)
     const int before = omp_get_max_threads();
     omp_set_num_threads(1);
     ASSERT_EQ(kwilSetOpt(h, "THREADS", 1, 2, 0.0), 1);
-    EXPECT_EQ(solve(), 0);  // no data
+    EXPECT_EQ(solve(), 0); // no data
     EXPECT_EQ(omp_get_max_threads(), 1);
     apitest::load(h, apitest::convDiff(4, false));
     EXPECT_EQ(solve(), 1);
@@ -476,9 +479,9 @@ TEST_P(SolveRepairPolicy, RepairsExactlyWhenThePolicySays)
 {
     const RepairCase c = GetParam();
     TempDir dir;
-    KwilHandle* h = kwiltest::makeHandle(
-        dir, "TRACE 1\nSOLVER " + std::to_string(c.solver) + "\nREV_DIAGZERO " +
-                 std::to_string(c.revDiagZero) + "\n");
+    KwilHandle* h =
+        kwiltest::makeHandle(dir, "TRACE 1\nSOLVER " + std::to_string(c.solver) +
+                                      "\nREV_DIAGZERO " + std::to_string(c.revDiagZero) + "\n");
     const System s = missingDiagonal();
     apitest::load(h, s);
     Capture cap;
@@ -499,14 +502,14 @@ TEST_P(SolveRepairPolicy, RepairsExactlyWhenThePolicySays)
     kwilTerm(h);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    BySolverAndOption, SolveRepairPolicy,
-    ::testing::Values(RepairCase{0, 1, true}, RepairCase{1, 1, true}, RepairCase{5, 1, true},
-                      RepairCase{9, 1, true}, RepairCase{10, 1, false},
-                      RepairCase{20, 1, false}, RepairCase{-1, 1, false},
-                      RepairCase{0, 0, false}, RepairCase{0, 3, false},
-                      RepairCase{10, 2, true}, RepairCase{20, 2, true},
-                      RepairCase{-1, 2, true}, RepairCase{12, 2, true}));
+INSTANTIATE_TEST_SUITE_P(BySolverAndOption, SolveRepairPolicy,
+                         ::testing::Values(RepairCase{0, 1, true}, RepairCase{1, 1, true},
+                                           RepairCase{5, 1, true}, RepairCase{9, 1, true},
+                                           RepairCase{10, 1, false}, RepairCase{20, 1, false},
+                                           RepairCase{-1, 1, false}, RepairCase{0, 0, false},
+                                           RepairCase{0, 3, false}, RepairCase{10, 2, true},
+                                           RepairCase{20, 2, true}, RepairCase{-1, 2, true},
+                                           RepairCase{12, 2, true}));
 
 TEST(SolveRepair, WithoutRepairTheIluSolversFindTheMissingDiagonal)
 {
@@ -534,8 +537,8 @@ TEST(SolveScaling, ScaledSolveMapsBackAndLeavesAAndBAsTheyWere)
     const System s = apitest::convDiff(8, false);
     for (int solver : {0, 10}) {
         TempDir dir;
-        KwilHandle* h = kwiltest::makeHandle(
-            dir, "TRACE 1\nDIAG_SCALE 1\nSOLVER " + std::to_string(solver) + "\n");
+        KwilHandle* h = kwiltest::makeHandle(dir, "TRACE 1\nDIAG_SCALE 1\nSOLVER " +
+                                                      std::to_string(solver) + "\n");
         apitest::load(h, s);
         Capture cap;
         EXPECT_EQ(kwilSolv(h), 1);
@@ -546,7 +549,8 @@ TEST(SolveScaling, ScaledSolveMapsBackAndLeavesAAndBAsTheyWere)
         EXPECT_EQ(apitest::getB(h), s.b);
         // A holds the same values as loaded (now in row order).
         std::vector<apitest::Entry> loaded;
-        for (int p = 0; p < s.nnz(); ++p) loaded.push_back({s.row[p], s.col[p], s.val[p]});
+        for (int p = 0; p < s.nnz(); ++p)
+            loaded.push_back({s.row[p], s.col[p], s.val[p]});
         std::sort(loaded.begin(), loaded.end(), [](const auto& a, const auto& b) {
             return a.row != b.row ? a.row < b.row : a.col < b.col;
         });

@@ -16,7 +16,7 @@ struct FakeHandle {
     explicit FakeHandle(int trace) { intOpt[OPT_TRACE] = trace; }
 };
 
-}  // namespace
+} // namespace
 
 TEST(Log, EachTagGoesToItsStreamAsOneLine)
 {

@@ -17,7 +17,7 @@ struct FakeHandle {
     KwilHandle h{intOpt, dblOpt, nullptr, nullptr, nullptr};
 };
 
-}  // namespace
+} // namespace
 
 TEST(Time, OneColumnCheckWithEmptyLabel)
 {
@@ -33,7 +33,8 @@ TEST(Time, OneColumnCheckWithEmptyLabel)
     ASSERT_EQ(out.size(), 2u);
     EXPECT_EQ(out[0], "KWILTRC: Time Solver: ");
     EXPECT_TRUE(std::regex_match(
-        out[1], std::regex(R"(KWILTRC:  - times -?\d+\.\d{3}s clock -?\d+\.\d{3}s omtime \d+\.\d{3}s)")))
+        out[1],
+        std::regex(R"(KWILTRC:  - times -?\d+\.\d{3}s clock -?\d+\.\d{3}s omtime \d+\.\d{3}s)")))
         << out[1];
 }
 
@@ -51,14 +52,16 @@ TEST(Time, TwoColumnCheckUpdatesTheLastSamples)
     ASSERT_EQ(out.size(), 2u);
     EXPECT_EQ(out[0], "KWILTRC: Time T: step");
     EXPECT_TRUE(std::regex_match(
-        out[1], std::regex(R"(KWILTRC:  - times (-?\d+\.\d{3}s)/(-?\d+\.\d{3}s) clock (-?\d+\.\d{3}s)/(-?\d+\.\d{3}s) omtime \d+\.\d{3}s/\d+\.\d{3}s)")))
+        out[1],
+        std::regex(
+            R"(KWILTRC:  - times (-?\d+\.\d{3}s)/(-?\d+\.\d{3}s) clock (-?\d+\.\d{3}s)/(-?\d+\.\d{3}s) omtime \d+\.\d{3}s/\d+\.\d{3}s)")))
         << out[1];
     EXPECT_GE(t.wtimeLast, last);
 }
 
 TEST(Time, ClosedGateLeavesTheRecordAndWritesNothing)
 {
-    FakeHandle fake;  // TRACE 0
+    FakeHandle fake; // TRACE 0
     ComTime t;
     memset(&t, 0x5a, sizeof t);
     ComTime copy = t;
@@ -125,11 +128,11 @@ TEST(Alloc, InjectedFailureReportsAndCountsOnlyLiveBlocks)
     ASSERT_NE(p, nullptr);
     EXPECT_EQ(comTestLiveAllocs(), live + 1);
     comTestFailAlloc(2);
-    void* q = comAlloc(nullptr, 8);  // first from now: succeeds
+    void* q = comAlloc(nullptr, 8); // first from now: succeeds
     Capture cap;
-    void* r = comAlloc(nullptr, 8);  // second: fails
+    void* r = comAlloc(nullptr, 8); // second: fails
     cap.take();
-    void* s = comAlloc(nullptr, 8);  // disarmed again
+    void* s = comAlloc(nullptr, 8); // disarmed again
     EXPECT_NE(q, nullptr);
     EXPECT_EQ(r, nullptr);
     EXPECT_NE(s, nullptr);

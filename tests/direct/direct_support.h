@@ -27,8 +27,7 @@ template <class S> constexpr int dataTypeOf()
 
 // Names of typed tests over double and Cplx.
 struct ScalarNames {
-    template <class T>
-    static std::string GetName(int)
+    template <class T> static std::string GetName(int)
     {
         return std::is_same<T, double>::value ? "Real" : "Complex";
     }

@@ -6,8 +6,8 @@
 
 #include <cfenv>
 #include <clocale>
-#include <cstdlib>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <random>
 #include <string>
@@ -48,22 +48,27 @@ std::string token(std::mt19937_64& rng)
     auto pick = [&](int n) { return static_cast<int>(rng() % static_cast<uint64_t>(n)); };
     auto digits = [&](int maxLen) {
         std::string d;
-        for (int n = pick(maxLen + 1); n > 0; --n) d += static_cast<char>('0' + pick(10));
+        for (int n = pick(maxLen + 1); n > 0; --n)
+            d += static_cast<char>('0' + pick(10));
         return d;
     };
-    static const char* specials[] = {"inf", "-inf", "nan", "NAN(12)", "infinity", "0x1p3",
-                                     "0x", "-0x1.8P-2", "e5", ".", "-", "+", "1e", "1e+",
-                                     ".e1", "1.5.3", "2147483647", "2147483648", "-2147483649",
-                                     "99999999999999999999", "1e309", "-1e-400", "4.9e-324",
-                                     "2.4703282292062327e-324", "1e-310", "00000000012"};
+    static const char* specials[] = {
+        "inf",        "-inf",       "nan",         "NAN(12)",
+        "infinity",   "0x1p3",      "0x",          "-0x1.8P-2",
+        "e5",         ".",          "-",           "+",
+        "1e",         "1e+",        ".e1",         "1.5.3",
+        "2147483647", "2147483648", "-2147483649", "99999999999999999999",
+        "1e309",      "-1e-400",    "4.9e-324",    "2.4703282292062327e-324",
+        "1e-310",     "00000000012"};
     switch (pick(8)) {
-    case 0: return specials[pick(sizeof specials / sizeof *specials)];
-    case 1: {  // int of any length
+    case 0:
+        return specials[pick(sizeof specials / sizeof *specials)];
+    case 1: { // int of any length
         const char* sign = pick(3) == 0 ? (pick(2) ? "-" : "+") : "";
         std::string d = digits(12);
         return sign + (d.empty() ? "7" : d);
     }
-    case 2: {  // printf output of a random double
+    case 2: { // printf output of a random double
         uint64_t bits = rng();
         double v;
         memcpy(&v, &bits, sizeof v);
@@ -72,17 +77,21 @@ std::string token(std::mt19937_64& rng)
         snprintf(buf, sizeof buf, fmt[pick(6)], v);
         return buf;
     }
-    default: {  // a decimal number of random shape, sometimes with a letter stuck to it
+    default: { // a decimal number of random shape, sometimes with a letter stuck to it
         std::string t;
-        if (pick(3) == 0) t += pick(2) ? '-' : '+';
+        if (pick(3) == 0)
+            t += pick(2) ? '-' : '+';
         t += digits(25);
-        if (pick(2)) t += '.' + digits(25);
+        if (pick(2))
+            t += '.' + digits(25);
         if (pick(2)) {
             t += pick(2) ? 'e' : 'E';
-            if (pick(2)) t += pick(2) ? '-' : '+';
+            if (pick(2))
+                t += pick(2) ? '-' : '+';
             t += digits(4);
         }
-        if (pick(12) == 0) t += "xe.,"[pick(4)];
+        if (pick(12) == 0)
+            t += "xe.,"[pick(4)];
         return t.empty() ? "0" : t;
     }
     }
@@ -93,30 +102,68 @@ std::string blanks(std::mt19937_64& rng, bool atLeastOne)
     static const char set[] = {' ', ' ', ' ', '\t', '\v', '\f', '\r'};
     std::string b;
     int n = static_cast<int>(rng() % 3) + (atLeastOne ? 1 : 0);
-    for (; n > 0; --n) b += set[rng() % sizeof set];
+    for (; n > 0; --n)
+        b += set[rng() % sizeof set];
     return b;
 }
 
-}  // namespace
+} // namespace
 
-TEST(LineScan, FastPathIsUsableInTheCLocale) { EXPECT_TRUE(kwil::lineScanFastOk()); }
+TEST(LineScan, FastPathIsUsableInTheCLocale)
+{
+    EXPECT_TRUE(kwil::lineScanFastOk());
+}
 
 TEST(LineScan, HandPickedLines)
 {
     const char* lines[] = {
-        "1 2\n", "1 2 3.5\n", "1 2 3.5 -4\n", "3.5\n", "3.5 4\n", " \t1\v2\f3.25\r\n",
-        "1 2 3.5 x\n", "1 2 1e\n", "1 2 1e+\n", "1 2 1e5x\n", "1 2 .5\n", "1 2 5.\n",
-        "1 2 .\n", "1 2 -.e3\n", "1 2 0x1p3\n", "1 2 inf\n", "1 2 -nan\n", "1 2 infinity\n",
-        "1 2 1e309\n", "1 2 -1e-400\n", "1 2 4.9e-324\n", "1 2 2.2250738585072011e-308\n",
-        "+1 -2 +3\n", "-0 -0 -0\n", "2147483647 -2147483648 1\n", "2147483648 1 1\n",
-        "99999999999999999999 1 1\n", "000000001 1 1\n", "0000000001 1 1\n", "1 2 3 % c\n",
-        "12abc 1 1\n", "1,5\n", "1 2 3", "", "\n", "%\n", "1 2 \xa0\n", "1 2 3\xc3\xa9\n",
-        "1\x00 2 3\n", "1 2 0.1000000000000000055511151231257827021181583404541015625\n",
-        "1 2 1.00000000000000005551e-01\n", "1 2 9007199254740993\n",
+        "1 2\n",
+        "1 2 3.5\n",
+        "1 2 3.5 -4\n",
+        "3.5\n",
+        "3.5 4\n",
+        " \t1\v2\f3.25\r\n",
+        "1 2 3.5 x\n",
+        "1 2 1e\n",
+        "1 2 1e+\n",
+        "1 2 1e5x\n",
+        "1 2 .5\n",
+        "1 2 5.\n",
+        "1 2 .\n",
+        "1 2 -.e3\n",
+        "1 2 0x1p3\n",
+        "1 2 inf\n",
+        "1 2 -nan\n",
+        "1 2 infinity\n",
+        "1 2 1e309\n",
+        "1 2 -1e-400\n",
+        "1 2 4.9e-324\n",
+        "1 2 2.2250738585072011e-308\n",
+        "+1 -2 +3\n",
+        "-0 -0 -0\n",
+        "2147483647 -2147483648 1\n",
+        "2147483648 1 1\n",
+        "99999999999999999999 1 1\n",
+        "000000001 1 1\n",
+        "0000000001 1 1\n",
+        "1 2 3 % c\n",
+        "12abc 1 1\n",
+        "1,5\n",
+        "1 2 3",
+        "",
+        "\n",
+        "%\n",
+        "1 2 \xa0\n",
+        "1 2 3\xc3\xa9\n",
+        "1\x00 2 3\n",
+        "1 2 0.1000000000000000055511151231257827021181583404541015625\n",
+        "1 2 1.00000000000000005551e-01\n",
+        "1 2 9007199254740993\n",
     };
     int accepted = 0;
-    for (const char* l : lines) accepted += compare(l);
-    EXPECT_GT(accepted, 10);  // the set exercises the direct path too
+    for (const char* l : lines)
+        accepted += compare(l);
+    EXPECT_GT(accepted, 10); // the set exercises the direct path too
 }
 
 TEST(LineScan, GeneratedLinesAgreeWithSscanf)
@@ -126,10 +173,13 @@ TEST(LineScan, GeneratedLinesAgreeWithSscanf)
     for (int n = 0; n < 60000; ++n) {
         std::string line = blanks(rng, false);
         const int tokens = static_cast<int>(rng() % 5);
-        for (int t = 0; t < tokens; ++t) line += token(rng) + blanks(rng, t + 1 < tokens);
-        if (rng() % 2) line += '\n';
+        for (int t = 0; t < tokens; ++t)
+            line += token(rng) + blanks(rng, t + 1 < tokens);
+        if (rng() % 2)
+            line += '\n';
         accepted += compare(line);
-        if (HasFailure()) break;
+        if (HasFailure())
+            break;
     }
     EXPECT_GT(accepted, 12000);
 }
@@ -140,10 +190,12 @@ TEST(LineScan, WrittenValuesReadBackBitForBit)
     std::mt19937_64 rng(7);
     for (int n = 0; n < 30000; ++n) {
         uint64_t bits = rng();
-        if (n % 4 == 0) bits &= 0x800fffffffffffffULL;  // subnormals and zeros
+        if (n % 4 == 0)
+            bits &= 0x800fffffffffffffULL; // subnormals and zeros
         double v;
         memcpy(&v, &bits, sizeof v);
-        if (v != v || v - v != 0) continue;  // NaN and infinity are not plain numbers
+        if (v != v || v - v != 0)
+            continue; // NaN and infinity are not plain numbers
         char line[128];
         snprintf(line, sizeof line, "%d %d %.20e\n", n, n + 1, v);
         int ij[2];
@@ -168,7 +220,8 @@ TEST(LineScan, CommaDecimalPointIsLeftToSscanf)
     kwiltest::TempDir dir;
     const std::string cmd =
         "localedef -i de_DE -f ISO-8859-1 '" + dir.path("de_DE.ISO-8859-1") + "' >/dev/null 2>&1";
-    if (system(cmd.c_str()) == -1) GTEST_SKIP() << "cannot run localedef";
+    if (system(cmd.c_str()) == -1)
+        GTEST_SKIP() << "cannot run localedef";
     const char* old = getenv("LOCPATH");
     const std::string oldPath = old != nullptr ? old : "";
     setenv("LOCPATH", dir.dir().c_str(), 1);
@@ -178,8 +231,9 @@ TEST(LineScan, CommaDecimalPointIsLeftToSscanf)
     } else {
         unsetenv("LOCPATH");
     }
-    if (comma == nullptr) GTEST_SKIP() << "no locale with a decimal comma";
-    KwilHandle* h = kwiltest::makeHandle(dir);  // the option file is read in the C locale
+    if (comma == nullptr)
+        GTEST_SKIP() << "no locale with a decimal comma";
+    KwilHandle* h = kwiltest::makeHandle(dir); // the option file is read in the C locale
     const locale_t previous = uselocale(comma);
 
     EXPECT_FALSE(kwil::lineScanFastOk());
@@ -200,8 +254,8 @@ TEST(LineScan, CommaDecimalPointIsLeftToSscanf)
         }
     }
     // The matrix reader takes a value with a comma there, as sscanf does.
-    const std::string p = dir.write(
-        "m.mtx", "%%MatrixMarket matrix coordinate real general\n1 1 1\n1 1 2,5\n");
+    const std::string p =
+        dir.write("m.mtx", "%%MatrixMarket matrix coordinate real general\n1 1 1\n1 1 2,5\n");
     ComLinMat* m = comFileMatRead(h, p.c_str());
     uselocale(previous);
     freelocale(comma);

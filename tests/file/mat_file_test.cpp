@@ -16,7 +16,7 @@ namespace {
 const std::string realBanner = "%%MatrixMarket matrix coordinate real general\n";
 
 class MatFile : public testing::Test {
-protected:
+  protected:
     void SetUp() override { h = kwiltest::makeHandle(dir); }
     void TearDown() override { kwilTerm(h); }
 
@@ -27,7 +27,8 @@ protected:
         Capture cap;
         ComLinMat* m = comFileMatRead(h, path.c_str());
         cap.take();
-        if (err != nullptr) *err = cap.err();
+        if (err != nullptr)
+            *err = cap.err();
         return m;
     }
     // Expects the read to fail with exactly these error lines ("%s" stands for the path).
@@ -37,7 +38,8 @@ protected:
         ComLinMat* m = read(text, &err);
         EXPECT_EQ(m, nullptr) << text;
         comLinMatDelete(h, m);
-        for (size_t at; (at = lines.find("%s")) != std::string::npos;) lines.replace(at, 2, path);
+        for (size_t at; (at = lines.find("%s")) != std::string::npos;)
+            lines.replace(at, 2, path);
         EXPECT_EQ(err, lines) << text;
     }
 
@@ -62,25 +64,26 @@ std::string entries(const ComLinMat* m)
     return s;
 }
 
-}  // namespace
+} // namespace
 
 TEST_F(MatFile, CommentsAndBlankLinesAreSkipped)
 {
     std::string err;
-    ComLinMat* m = read(realBanner + "% one\n%two\n\n   \n%\n3 3 3\n1 1 2.5\n\n \t\n3 2 -1e-3\n\n2 3 4\n\n",
-                        &err);
+    ComLinMat* m = read(
+        realBanner + "% one\n%two\n\n   \n%\n3 3 3\n1 1 2.5\n\n \t\n3 2 -1e-3\n\n2 3 4\n\n", &err);
     ASSERT_NE(m, nullptr) << err;
     EXPECT_EQ(err, "");
     EXPECT_EQ(m->type, MAT_COO);
     EXPECT_EQ(m->size, 3);
     EXPECT_EQ(m->dataType, LIN_REAL);
-    EXPECT_EQ(entries(m), "(1 1 2.5)(3 2 -0.001)(2 3 4)");  // file order, 1-based
+    EXPECT_EQ(entries(m), "(1 1 2.5)(3 2 -0.001)(2 3 4)"); // file order, 1-based
     comLinMatDelete(h, m);
 }
 
 TEST_F(MatFile, FieldsGiveTheirDataTypes)
 {
-    ComLinMat* m = read("%%MatrixMarket matrix coordinate complex general\n2 2 2\n1 1 1.5 -2\n2 1 0 3e2\n");
+    ComLinMat* m =
+        read("%%MatrixMarket matrix coordinate complex general\n2 2 2\n1 1 1.5 -2\n2 1 0 3e2\n");
     ASSERT_NE(m, nullptr);
     EXPECT_EQ(m->dataType, LIN_COMP);
     EXPECT_EQ(entries(m), "(1 1 1.5 -2)(2 1 0 300)");
@@ -95,7 +98,7 @@ TEST_F(MatFile, FieldsGiveTheirDataTypes)
     m = read("%%MatrixMarket matrix coordinate pattern general\n3 3 2\n1 3\n3 1\n");
     ASSERT_NE(m, nullptr);
     EXPECT_EQ(m->dataType, LIN_REAL);
-    EXPECT_EQ(entries(m), "(1 3 1)(3 1 1)");  // every listed entry is 1.0
+    EXPECT_EQ(entries(m), "(1 3 1)(3 1 1)"); // every listed entry is 1.0
     comLinMatDelete(h, m);
 }
 
@@ -107,7 +110,7 @@ TEST_F(MatFile, SymmetricFilesReadAsStored)
         ComLinMat* m = read("%%MatrixMarket matrix coordinate " + field + " " + sym +
                             "\n3 3 3\n1 1" + vals + "\n2 1" + vals + "\n3 2" + vals + "\n");
         ASSERT_NE(m, nullptr) << sym;
-        EXPECT_EQ(m->dataNum, 3) << sym;  // no mirror images added
+        EXPECT_EQ(m->dataNum, 3) << sym; // no mirror images added
         EXPECT_EQ(m->row[2], 3);
         EXPECT_EQ(m->col[2], 2);
         comLinMatDelete(h, m);
@@ -122,9 +125,8 @@ TEST_F(MatFile, TracesTheCodeAndTheSize)
     ComLinMat* m = comFileMatRead(h, path.c_str());
     cap.take();
     ASSERT_NE(m, nullptr);
-    EXPECT_EQ(cap.out(),
-              "KWILTRC: Open matCode='matrix coordinate real general'\n"
-              "KWILTRC: Get matrix size 2 - 1\n");
+    EXPECT_EQ(cap.out(), "KWILTRC: Open matCode='matrix coordinate real general'\n"
+                         "KWILTRC: Get matrix size 2 - 1\n");
     comLinMatDelete(h, m);
 }
 
@@ -134,19 +136,24 @@ TEST_F(MatFile, HeaderFailures)
         Capture cap;
         EXPECT_EQ(comFileMatRead(h, dir.path("none.mtx").c_str()), nullptr);
         cap.take();
-        EXPECT_EQ(cap.err(), "KWILERR: Open error in mat file read file='" + dir.path("none.mtx") + "'\n");
+        EXPECT_EQ(cap.err(),
+                  "KWILERR: Open error in mat file read file='" + dir.path("none.mtx") + "'\n");
     }
     expectFail("", "KWILERR: Invalid banner in mat file read file='%s'\n");
-    expectFail("%%MatrixMarket matrix coordinate real\n", "KWILERR: Invalid banner in mat file read file='%s'\n");
+    expectFail("%%MatrixMarket matrix coordinate real\n",
+               "KWILERR: Invalid banner in mat file read file='%s'\n");
     expectFail("%%MatrixMarket matrix coordinate double general\n",
                "KWILERR: Invalid banner in mat file read file='%s'\n");
-    expectFail("%%MatrixMarket matrix array real general\n2 2\n",
-               "KWILERR: No support type in mat file read file='%s' type='matrix array real general'\n");
+    expectFail(
+        "%%MatrixMarket matrix array real general\n2 2\n",
+        "KWILERR: No support type in mat file read file='%s' type='matrix array real general'\n");
     expectFail(realBanner, "KWILERR: Size read error in mat file read file='%s'\n");
-    expectFail(realBanner + "% only comments\n", "KWILERR: Size read error in mat file read file='%s'\n");
+    expectFail(realBanner + "% only comments\n",
+               "KWILERR: Size read error in mat file read file='%s'\n");
     expectFail(realBanner + "3 3\n", "KWILERR: Size read error in mat file read file='%s'\n");
     expectFail(realBanner + "3 3 2 x\n", "KWILERR: Size read error in mat file read file='%s'\n");
-    expectFail(realBanner + " % indented\n3 3 0\n", "KWILERR: Size read error in mat file read file='%s'\n");
+    expectFail(realBanner + " % indented\n3 3 0\n",
+               "KWILERR: Size read error in mat file read file='%s'\n");
     expectFail(realBanner + "3 4 5\n", "KWILERR: Size unmatch in mat file read file='%s'\n");
 }
 
@@ -174,7 +181,8 @@ TEST_F(MatFile, TooMuchAndTooFewData)
     expectFail(realBanner + "3 3 2\n1 1 1\n2 2 2\n3 3 3\n",
                "KWILERR: Too much data in mat file read file='%s'\n");
     expectFail(realBanner + "3 3 2\n1 1 1\n", "KWILERR: Too few data in mat file read file='%s'\n");
-    expectFail(realBanner + "3 3 0\n1 1 1\n", "KWILERR: Too much data in mat file read file='%s'\n");
+    expectFail(realBanner + "3 3 0\n1 1 1\n",
+               "KWILERR: Too much data in mat file read file='%s'\n");
     ComLinMat* m = read(realBanner + "3 3 0\n\n");
     ASSERT_NE(m, nullptr);
     EXPECT_EQ(m->dataNum, 0);
@@ -207,12 +215,10 @@ TEST_F(MatFile, FormatErrorsAreTwoLines)
 
 TEST_F(MatFile, BoundsFailuresShowTheCheckAndTheReaderLine)
 {
-    expectFail(realBanner + "3 3 1\n0 1 1\n",
-               "KWILERR: Invalid row 0 in mat file read\n"
-               "KWILERR: Invalid real data in mat file read='%s'\n");
-    expectFail(realBanner + "3 3 1\n1 4 1\n",
-               "KWILERR: Invalid col 4 in mat file read\n"
-               "KWILERR: Invalid real data in mat file read='%s'\n");
+    expectFail(realBanner + "3 3 1\n0 1 1\n", "KWILERR: Invalid row 0 in mat file read\n"
+                                              "KWILERR: Invalid real data in mat file read='%s'\n");
+    expectFail(realBanner + "3 3 1\n1 4 1\n", "KWILERR: Invalid col 4 in mat file read\n"
+                                              "KWILERR: Invalid real data in mat file read='%s'\n");
     expectFail("%%MatrixMarket matrix coordinate complex general\n3 3 1\n-2147483648 1 1 1\n",
                "KWILERR: Invalid row -2147483648 in mat file read\n"
                "KWILERR: Invalid comp data in mat file read='%s'\n");
@@ -240,11 +246,10 @@ TEST_F(MatFile, WriterOutputIsExact)
     ASSERT_NE(m, nullptr);
     const std::string out = dir.path("w.mtx");
     ASSERT_EQ(comFileMatWrite(h, m, out.c_str()), 1);
-    EXPECT_EQ(kwiltest::readFile(out),
-              "%%MatrixMarket matrix coordinate real general\n3 3 3\n"
-              "3 1 1.00000000000000005551e-01\n"
-              "1 2 -2.49999999999999997976e-300\n"
-              "2 2 1.00000000000000005250e+300\n");
+    EXPECT_EQ(kwiltest::readFile(out), "%%MatrixMarket matrix coordinate real general\n3 3 3\n"
+                                       "3 1 1.00000000000000005551e-01\n"
+                                       "1 2 -2.49999999999999997976e-300\n"
+                                       "2 2 1.00000000000000005250e+300\n");
     comLinMatDelete(h, m);
 
     m = read("%%MatrixMarket matrix coordinate complex general\n2 2 1\n2 1 1 -0.5\n");
@@ -256,9 +261,11 @@ TEST_F(MatFile, WriterOutputIsExact)
     comLinMatDelete(h, m);
 
     Capture cap;
-    EXPECT_EQ(comFileMatWrite(h, m = comLinMatCreate(h, 0, 0, 1, 0), dir.path("x/y.mtx").c_str()), 0);
+    EXPECT_EQ(comFileMatWrite(h, m = comLinMatCreate(h, 0, 0, 1, 0), dir.path("x/y.mtx").c_str()),
+              0);
     cap.take();
-    EXPECT_EQ(cap.err(), "KWILERR: Open error in mat file read, write='" + dir.path("x/y.mtx") + "'\n");
+    EXPECT_EQ(cap.err(),
+              "KWILERR: Open error in mat file read, write='" + dir.path("x/y.mtx") + "'\n");
     comLinMatDelete(h, m);
 }
 
@@ -268,20 +275,25 @@ int openFiles()
 {
     int n = 0;
     if (DIR* d = opendir("/proc/self/fd")) {
-        while (readdir(d) != nullptr) ++n;
+        while (readdir(d) != nullptr)
+            ++n;
         closedir(d);
     }
     return n;
 }
 
-}  // namespace
+} // namespace
 
 TEST_F(MatFile, FailedReadsCloseTheirFiles)
 {
-    const std::string texts[] = {
-        "", "%%MatrixMarket matrix array real general\n", realBanner, realBanner + "3 4 1\n",
-        realBanner + "2 2 1\n1 1 x\n", realBanner + "2 2 1\n3 1 1\n", realBanner + "2 2 1\n",
-        realBanner + "2 2 0\n1 1 1\n"};
+    const std::string texts[] = {"",
+                                 "%%MatrixMarket matrix array real general\n",
+                                 realBanner,
+                                 realBanner + "3 4 1\n",
+                                 realBanner + "2 2 1\n1 1 x\n",
+                                 realBanner + "2 2 1\n3 1 1\n",
+                                 realBanner + "2 2 1\n",
+                                 realBanner + "2 2 0\n1 1 1\n"};
     const int before = openFiles();
     for (int rep = 0; rep < 3; ++rep) {
         for (const std::string& t : texts) {

@@ -16,7 +16,8 @@ int main(void)
     double re = 0.0, im = 0.0;
     char* words;
     int ok;
-    if (f == NULL) return 1;
+    if (f == NULL)
+        return 1;
     ok = mm_read_banner(f, &code) == 0 && memcmp(code, "MCCH", 4) == 0 && mm_is_valid(code) &&
          mm_read_mtx_crd_size(f, &m, &n, &nz) == 0 && m == 2 && nz == 1 &&
          mm_read_mtx_crd_entry(f, &i, &j, &re, &im, code) == 0 && i == 2 && im == -2.0;

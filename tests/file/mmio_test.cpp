@@ -18,22 +18,24 @@ namespace {
 
 // A read stream over a text (kept alive by the fixture member).
 class Stream {
-public:
+  public:
     explicit Stream(const std::string& text) : text_(text)
     {
         f_ = fmemopen(text_.empty() ? nullptr : &text_[0], text_.size(), "r");
-        if (f_ == nullptr) f_ = fopen("/dev/null", "r");
+        if (f_ == nullptr)
+            f_ = fopen("/dev/null", "r");
     }
     ~Stream() { fclose(f_); }
     FILE* get() const { return f_; }
     std::string rest() const
     {
         std::string s;
-        for (int c = fgetc(f_); c != EOF; c = fgetc(f_)) s += static_cast<char>(c);
+        for (int c = fgetc(f_); c != EOF; c = fgetc(f_))
+            s += static_cast<char>(c);
         return s;
     }
 
-private:
+  private:
     std::string text_;
     FILE* f_;
 };
@@ -55,7 +57,7 @@ std::string codeText(const char* code)
     return s;
 }
 
-}  // namespace
+} // namespace
 
 TEST(MmReadBanner, EveryWordGivesItsLetter)
 {
@@ -67,8 +69,8 @@ TEST(MmReadBanner, EveryWordGivesItsLetter)
         {"%%MatrixMarket matrix coordinate complex symmetric\n", "MCCS"},
         {"%%MatrixMarket matrix array pattern hermitian\n", "MAPH"},
         {"%%MatrixMarket matrix array integer skew-symmetric\n", "MAIK"},
-        {"%%MatrixMarket  MATRIX\tCoordinate REAL GeNeRaL\n", "MCRG"},  // any case, any blanks
-        {"%%MatrixMarketXYZ matrix coordinate real general", "MCRG"},   // prefix, no newline
+        {"%%MatrixMarket  MATRIX\tCoordinate REAL GeNeRaL\n", "MCRG"}, // any case, any blanks
+        {"%%MatrixMarketXYZ matrix coordinate real general", "MCRG"},  // prefix, no newline
     };
     for (const auto& c : cases) {
         std::string code;
@@ -85,7 +87,7 @@ TEST(MmReadBanner, FailuresKeepTheLettersSetSoFar)
         const char* code;
     } cases[] = {
         {"", 12, "   G"},
-        {"%%MatrixMarket matrix coordinate real\n", 12, "   G"},  // four words
+        {"%%MatrixMarket matrix coordinate real\n", 12, "   G"}, // four words
         {"%%matrixmarket matrix coordinate real general\n", 14, "   G"},
         {"%%Matrix matrix coordinate real general\n", 14, "   G"},
         {"%%MatrixMarket vector coordinate real general\n", 15, "   G"},
@@ -113,9 +115,10 @@ TEST(MmReadBanner, OverlongWordsAreRefusedWithoutOverrun)
     EXPECT_EQ(code, "MCRG");
     // The first word is compared as a prefix; one too long for its buffer is refused.
     EXPECT_EQ(readBanner("%%MatrixMarket" + w63 + " matrix coordinate real general\n", &code), 15);
-    EXPECT_EQ(readBanner("%%MatrixMarket" + std::string(49, 'z') +
-                             " matrix coordinate real general\n", &code),
-              0);  // 63 characters in all
+    EXPECT_EQ(
+        readBanner("%%MatrixMarket" + std::string(49, 'z') + " matrix coordinate real general\n",
+                   &code),
+        0); // 63 characters in all
 }
 
 TEST(MmReadBanner, LeavesTheStreamAtTheSecondLine)
@@ -142,8 +145,8 @@ TEST(MmTypecode, ValidCombinations)
     EXPECT_EQ(mm_is_valid("MCCH"), 1);
     EXPECT_EQ(mm_is_valid("MCRG"), 1);
     EXPECT_EQ(mm_is_valid("MARS"), 1);
-    EXPECT_EQ(mm_is_valid("MAPG"), 0);  // array pattern
-    EXPECT_EQ(mm_is_valid("MCRH"), 0);  // real hermitian
+    EXPECT_EQ(mm_is_valid("MAPG"), 0); // array pattern
+    EXPECT_EQ(mm_is_valid("MCRH"), 0); // real hermitian
     EXPECT_EQ(mm_is_valid("MCPH"), 0);
     EXPECT_EQ(mm_is_valid("MCPK"), 0);
     EXPECT_EQ(mm_is_valid(" CRG"), 0);
@@ -170,17 +173,17 @@ TEST(MmWrite, BannerAndSizeLines)
     EXPECT_EQ(mm_write_mtx_crd_size(f, 3, 4, 5), 0);
     EXPECT_EQ(mm_write_banner(f, "MACG"), 0);
     EXPECT_EQ(mm_write_mtx_array_size(f, 7, 1), 0);
-    EXPECT_EQ(mm_write_banner(f, "MCQG"), 15);  // unknown letter: nothing written
+    EXPECT_EQ(mm_write_banner(f, "MCQG"), 15); // unknown letter: nothing written
     fclose(f);
-    EXPECT_STREQ(buf,
-                 "%%MatrixMarket matrix coordinate real general\n3 4 5\n"
-                 "%%MatrixMarket matrix array complex general\n7 1\n");
+    EXPECT_STREQ(buf, "%%MatrixMarket matrix coordinate real general\n3 4 5\n"
+                      "%%MatrixMarket matrix array complex general\n7 1\n");
 }
 
 TEST(MmWrite, FailedWritesGive17)
 {
     FILE* f = fopen("/dev/full", "w");
-    if (f == nullptr) GTEST_SKIP() << "no /dev/full";
+    if (f == nullptr)
+        GTEST_SKIP() << "no /dev/full";
     setvbuf(f, nullptr, _IONBF, 0);
     EXPECT_EQ(mm_write_banner(f, "MCRG"), 17);
     EXPECT_EQ(mm_write_mtx_crd_size(f, 1, 1, 1), 17);
@@ -218,19 +221,19 @@ TEST(MmReadSize, SkipsCommentsAndReadsThreeOrTwo)
 TEST(MmReadSize, EndsOnAnyInput)
 {
     int m = -1, n = -1, nz = -1;
-    for (const char* text : {"", "% only comments\n", "3 4\n", "x y z\n", "3 x\n", "3 4\nabc\n",
-                             "\n\n\n"}) {
+    for (const char* text :
+         {"", "% only comments\n", "3 4\n", "x y z\n", "3 x\n", "3 4\nabc\n", "\n\n\n"}) {
         Stream s(text);
         EXPECT_EQ(mm_read_mtx_crd_size(s.get(), &m, &n, &nz), 12) << text;
         Stream t(text);
-        if (std::string(text).compare(0, 4, "3 4\n") != 0) {  // two integers suffice here
+        if (std::string(text).compare(0, 4, "3 4\n") != 0) { // two integers suffice here
             EXPECT_EQ(mm_read_mtx_array_size(t.get(), &m, &n), 12) << text;
         }
     }
     Stream s("");
     m = n = nz = 9;
     mm_read_mtx_crd_size(s.get(), &m, &n, &nz);
-    EXPECT_EQ(m + n + nz, 0);  // cleared first
+    EXPECT_EQ(m + n + nz, 0); // cleared first
 }
 
 TEST(MmReadEntry, ByField)
@@ -360,11 +363,12 @@ TEST(MmWholeFile, ReaderRefusals)
         I = J = nullptr;
         val = nullptr;
         EXPECT_EQ(mm_read_mtx_crd(p.c_str(), &m, &n, &nz, &I, &J, &val, &code), c.ret) << c.text;
-        EXPECT_EQ(I, nullptr);  // nothing handed out
+        EXPECT_EQ(I, nullptr); // nothing handed out
         EXPECT_EQ(val, nullptr);
     }
     // An integer field reads the size and hands out index arrays without reading data.
-    const std::string p = dir.write("i.mtx", "%%MatrixMarket matrix coordinate integer general\n2 2 1\n");
+    const std::string p =
+        dir.write("i.mtx", "%%MatrixMarket matrix coordinate integer general\n2 2 1\n");
     ASSERT_EQ(mm_read_mtx_crd(p.c_str(), &m, &n, &nz, &I, &J, &val, &code), 0);
     EXPECT_EQ(nz, 1);
     EXPECT_EQ(val, nullptr);
@@ -382,10 +386,9 @@ TEST(MmWholeFile, StandardStreamsByName)
     EXPECT_EQ(mm_write_mtx_crd("stdout", 2, 2, 1, I, J, v, "MCCG"), 0);
     EXPECT_EQ(mm_write_mtx_crd("stdout", 2, 2, 0, I, J, v, "MCRG"), 0);
     cap.take();
-    EXPECT_EQ(cap.out(),
-              "%%MatrixMarket matrix coordinate complex general\n2 2 1\n"
-              "2 1                 -0.5                    2\n"
-              "%%MatrixMarket matrix coordinate real general\n2 2 0\n");
+    EXPECT_EQ(cap.out(), "%%MatrixMarket matrix coordinate complex general\n2 2 1\n"
+                         "2 1                 -0.5                    2\n"
+                         "%%MatrixMarket matrix coordinate real general\n2 2 0\n");
 
     // "stdin" reads standard input and leaves it open: the text after the data is still there.
     TempDir dir;
@@ -449,12 +452,14 @@ TEST(MmReadUnsymmetricSparse, MessagesOfEachFailure)
         Capture cap;
         EXPECT_EQ(mm_read_unsymmetric_sparse(p.c_str(), &m, &n, &nz, &val, &I, &J), -1);
         cap.take();
-        EXPECT_EQ(cap.out(), "mm_read_unsymetric: Could not process Matrix Market banner  in file [" +
-                                 p + "]\n");
+        EXPECT_EQ(cap.out(),
+                  "mm_read_unsymetric: Could not process Matrix Market banner  in file [" + p +
+                      "]\n");
         EXPECT_EQ(cap.err(), "");
     }
     {
-        const std::string p = dir.write("c.mtx", "%%MatrixMarket matrix coordinate complex general\n");
+        const std::string p =
+            dir.write("c.mtx", "%%MatrixMarket matrix coordinate complex general\n");
         Capture cap;
         EXPECT_EQ(mm_read_unsymmetric_sparse(p.c_str(), &m, &n, &nz, &val, &I, &J), -1);
         cap.take();
@@ -469,7 +474,8 @@ TEST(MmReadUnsymmetricSparse, MessagesOfEachFailure)
         EXPECT_EQ(cap.err(), "read_unsymmetric_sparse(): could not parse matrix size.\n");
     }
     // Data that ends early is refused silently and hands nothing out.
-    const std::string p = dir.write("e.mtx", "%%MatrixMarket matrix coordinate real general\n2 2 2\n1 1 1\n");
+    const std::string p =
+        dir.write("e.mtx", "%%MatrixMarket matrix coordinate real general\n2 2 2\n1 1 1\n");
     Capture cap;
     EXPECT_EQ(mm_read_unsymmetric_sparse(p.c_str(), &m, &n, &nz, &val, &I, &J), -1);
     cap.take();

@@ -19,7 +19,7 @@ namespace {
 
 struct Entry {
     int row, col;
-    uint64_t re, im;  // the bits of the value
+    uint64_t re, im; // the bits of the value
     bool operator==(const Entry& o) const
     {
         return row == o.row && col == o.col && re == o.re && im == o.im;
@@ -52,7 +52,8 @@ double randomFinite(std::mt19937_64& rng)
         const uint64_t b = rng();
         double v;
         memcpy(&v, &b, sizeof v);
-        if (v - v == 0) return v;
+        if (v - v == 0)
+            return v;
     }
 }
 
@@ -64,7 +65,7 @@ ComLinMat* randomMatrix(KwilHandle* h, int dataType, int n, int nnz, std::mt1993
     for (int k = 0; k < nnz; ++k) {
         int i, j;
         do {
-            i = static_cast<int>(rng() % static_cast<uint64_t>(n)) | 1;  // even rows stay empty
+            i = static_cast<int>(rng() % static_cast<uint64_t>(n)) | 1; // even rows stay empty
             j = static_cast<int>(rng() % static_cast<uint64_t>(n));
         } while (i >= n || used[static_cast<size_t>(i) * n + j]);
         used[static_cast<size_t>(i) * n + j] = 1;
@@ -81,14 +82,14 @@ ComLinMat* randomMatrix(KwilHandle* h, int dataType, int n, int nnz, std::mt1993
 }
 
 class RoundTrip : public testing::TestWithParam<int> {
-protected:
+  protected:
     void SetUp() override { h = kwiltest::makeHandle(dir); }
     void TearDown() override { kwilTerm(h); }
     TempDir dir;
     KwilHandle* h = nullptr;
 };
 
-}  // namespace
+} // namespace
 
 TEST_P(RoundTrip, MatrixInEveryStorageForm)
 {
@@ -108,8 +109,8 @@ TEST_P(RoundTrip, MatrixInEveryStorageForm)
         EXPECT_TRUE(entries(h, back) == entries(h, m)) << "form " << form;
         comLinMatDelete(h, back);
     }
-    EXPECT_EQ(written[MAT_CSR], written[MAT_SORTED]);  // the same lines in either sorted form
-    EXPECT_NE(written[MAT_COO], written[MAT_SORTED]);  // storage order is kept
+    EXPECT_EQ(written[MAT_CSR], written[MAT_SORTED]); // the same lines in either sorted form
+    EXPECT_NE(written[MAT_COO], written[MAT_SORTED]); // storage order is kept
     comLinMatDelete(h, m);
 }
 
@@ -119,7 +120,8 @@ TEST_P(RoundTrip, Vector)
     ComLinVec* v = comLinVecCreate(h, GetParam(), 500);
     const long nv = GetParam() == LIN_REAL ? 500 : 1000;
     double* d = GetParam() == LIN_REAL ? v->realData : v->compData;
-    for (long i = 0; i < nv; ++i) d[i] = randomFinite(rng);
+    for (long i = 0; i < nv; ++i)
+        d[i] = randomFinite(rng);
     const std::string p = dir.path("v.mtx");
     ASSERT_EQ(comFileVecWrite(h, v, p.c_str()), 1);
     ComLinVec* back = comFileVecRead(h, p.c_str());
@@ -134,22 +136,27 @@ TEST_P(RoundTrip, Vector)
 
 TEST_P(RoundTrip, ReaderAllocationFailures)
 {
-    const std::string mat = GetParam() == LIN_REAL
-        ? dir.write("m.mtx", "%%MatrixMarket matrix coordinate real general\n2 2 1\n1 2 3\n")
-        : dir.write("m.mtx", "%%MatrixMarket matrix coordinate complex general\n2 2 1\n1 2 3 4\n");
-    const std::string vec = GetParam() == LIN_REAL
-        ? dir.write("v.mtx", "%%MatrixMarket matrix array real general\n2 1\n1\n2\n")
-        : dir.write("v.mtx", "%%MatrixMarket matrix array complex general\n2 1\n1 0\n2 0\n");
+    const std::string mat =
+        GetParam() == LIN_REAL
+            ? dir.write("m.mtx", "%%MatrixMarket matrix coordinate real general\n2 2 1\n1 2 3\n")
+            : dir.write("m.mtx",
+                        "%%MatrixMarket matrix coordinate complex general\n2 2 1\n1 2 3 4\n");
+    const std::string vec =
+        GetParam() == LIN_REAL
+            ? dir.write("v.mtx", "%%MatrixMarket matrix array real general\n2 1\n1\n2\n")
+            : dir.write("v.mtx", "%%MatrixMarket matrix array complex general\n2 1\n1 0\n2 0\n");
     EXPECT_GT(kwiltest::sweepAllocFailures([&] {
-        ComLinMat* m = comFileMatRead(h, mat.c_str());
-        comLinMatDelete(h, m);
-        return m != nullptr;
-    }), 2);
+                  ComLinMat* m = comFileMatRead(h, mat.c_str());
+                  comLinMatDelete(h, m);
+                  return m != nullptr;
+              }),
+              2);
     EXPECT_GT(kwiltest::sweepAllocFailures([&] {
-        ComLinVec* v = comFileVecRead(h, vec.c_str());
-        comLinVecDelete(h, v);
-        return v != nullptr;
-    }), 1);
+                  ComLinVec* v = comFileVecRead(h, vec.c_str());
+                  comLinVecDelete(h, v);
+                  return v != nullptr;
+              }),
+              1);
     Capture cap;
     comTestFailAlloc(2);
     EXPECT_EQ(comFileVecRead(h, vec.c_str()), nullptr);
@@ -158,7 +165,8 @@ TEST_P(RoundTrip, ReaderAllocationFailures)
     EXPECT_EQ(cap.err(), std::string("KWILERR: Allocation error\n") +
                              (GetParam() == LIN_REAL ? "KWILERR: Real" : "KWILERR: Comp") +
                              " data allocation error in matrix create\n"
-                             "KWILERR: Vector data create error in vec file read file='" + vec + "'\n");
+                             "KWILERR: Vector data create error in vec file read file='" +
+                             vec + "'\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(RealAndComplex, RoundTrip, testing::Values(LIN_REAL, LIN_COMP),
@@ -170,7 +178,8 @@ INSTANTIATE_TEST_SUITE_P(RealAndComplex, RoundTrip, testing::Values(LIN_REAL, LI
 TEST(MatrixFolder, EveryFileReadsWritesAndReadsBackEqual)
 {
     const std::string root = kwiltest::matrixDir();
-    if (root.empty()) GTEST_SKIP() << "KWIL_MATRIX_DIR is not set";
+    if (root.empty())
+        GTEST_SKIP() << "KWIL_MATRIX_DIR is not set";
     TempDir dir;
     KwilHandle* h = kwiltest::makeHandle(dir);
     int files = 0;
@@ -188,7 +197,9 @@ TEST(MatrixFolder, EveryFileReadsWritesAndReadsBackEqual)
             const long n = (v->dataType == LIN_REAL ? 1L : 2L) * v->size;
             EXPECT_EQ(memcmp(v->dataType == LIN_REAL ? v->realData : v->compData,
                              back->dataType == LIN_REAL ? back->realData : back->compData,
-                             static_cast<size_t>(n) * sizeof(double)), 0) << in;
+                             static_cast<size_t>(n) * sizeof(double)),
+                      0)
+                << in;
             comLinVecDelete(h, back);
             comLinVecDelete(h, v);
             continue;

@@ -17,7 +17,7 @@ const std::string arrayComp = "%%MatrixMarket matrix array complex general\n";
 const std::string crdPattern = "%%MatrixMarket matrix coordinate pattern general\n";
 
 class VecFile : public testing::Test {
-protected:
+  protected:
     void SetUp() override { h = kwiltest::makeHandle(dir); }
     void TearDown() override { kwilTerm(h); }
 
@@ -27,7 +27,8 @@ protected:
         Capture cap;
         ComLinVec* v = comFileVecRead(h, path.c_str());
         cap.take();
-        if (err != nullptr) *err = cap.err();
+        if (err != nullptr)
+            *err = cap.err();
         return v;
     }
     void expectFail(const std::string& text, std::string lines)
@@ -36,7 +37,8 @@ protected:
         ComLinVec* v = read(text, &err);
         EXPECT_EQ(v, nullptr) << text;
         comLinVecDelete(h, v);
-        for (size_t at; (at = lines.find("%s")) != std::string::npos;) lines.replace(at, 2, path);
+        for (size_t at; (at = lines.find("%s")) != std::string::npos;)
+            lines.replace(at, 2, path);
         EXPECT_EQ(err, lines) << text;
     }
 
@@ -60,7 +62,7 @@ std::string values(const ComLinVec* v)
     return s;
 }
 
-}  // namespace
+} // namespace
 
 TEST_F(VecFile, ArrayFilesRealIntegerComplex)
 {
@@ -80,7 +82,7 @@ TEST_F(VecFile, ArrayFilesRealIntegerComplex)
     v = read(arrayComp + "2 1\n1 -2\n0.5 4\n");
     ASSERT_NE(v, nullptr);
     EXPECT_EQ(v->dataType, LIN_COMP);
-    EXPECT_EQ(values(v), "(1 -2)(0.5 4)");  // the imaginary parts are kept
+    EXPECT_EQ(values(v), "(1 -2)(0.5 4)"); // the imaginary parts are kept
     comLinVecDelete(h, v);
 }
 
@@ -117,7 +119,8 @@ TEST_F(VecFile, PatternVectors)
     EXPECT_EQ(err, "KWILWRN: Col 3 != 1 (use 1st only) in vec file read file='" + path + "'\n");
     comLinVecDelete(h, v);
 
-    expectFail(crdPattern + "4 1 1\n2 3\n", "KWILERR: Too large col 3 in vec file read file='%s'\n");
+    expectFail(crdPattern + "4 1 1\n2 3\n",
+               "KWILERR: Too large col 3 in vec file read file='%s'\n");
     expectFail(crdPattern + "4 1 1\n5 1\n",
                "KWILERR: Invalid pos 5 in vec file read file\n"
                "KWILERR: Invalid pattern data in vec file read file='%s'\n");
@@ -132,12 +135,16 @@ TEST_F(VecFile, PatternVectors)
 TEST_F(VecFile, UnsupportedTypes)
 {
     expectFail("%%MatrixMarket matrix array pattern general\n2 1\n",
-               "KWILERR: No support data type in vec file read file='%s' type='matrix array pattern general'\n");
+               "KWILERR: No support data type in vec file read file='%s' type='matrix array "
+               "pattern general'\n");
     expectFail("%%MatrixMarket matrix coordinate real general\n2 1 1\n1 1 1\n",
-               "KWILERR: No support type in vec file read file='%s' type='matrix coordinate real general'\n");
+               "KWILERR: No support type in vec file read file='%s' type='matrix coordinate real "
+               "general'\n");
     expectFail("%%MatrixMarket matrix coordinate complex general\n2 1 1\n",
-               "KWILERR: No support type in vec file read file='%s' type='matrix coordinate complex general'\n");
-    expectFail("%%MatrixMarket vector array real general\n", "KWILERR: Invalid banner in vec file read file='%s'\n");
+               "KWILERR: No support type in vec file read file='%s' type='matrix coordinate "
+               "complex general'\n");
+    expectFail("%%MatrixMarket vector array real general\n",
+               "KWILERR: Invalid banner in vec file read file='%s'\n");
     Capture cap;
     EXPECT_EQ(comFileVecRead(h, dir.path("none").c_str()), nullptr);
     cap.take();
@@ -190,11 +197,10 @@ TEST_F(VecFile, TracesOfBothLayouts)
     v = comFileVecRead(h, path.c_str());
     comLinVecDelete(h, v);
     cap.take();
-    EXPECT_EQ(cap.out(),
-              "KWILTRC: Open matCode='matrix array real general'\n"
-              "KWILTRC: Get vector size 2\n"
-              "KWILTRC: Open matCode='matrix coordinate pattern general'\n"
-              "KWILTRC: Get vector pattern size 4 - 1\n");
+    EXPECT_EQ(cap.out(), "KWILTRC: Open matCode='matrix array real general'\n"
+                         "KWILTRC: Get vector size 2\n"
+                         "KWILTRC: Open matCode='matrix coordinate pattern general'\n"
+                         "KWILTRC: Get vector pattern size 4 - 1\n");
 }
 
 TEST_F(VecFile, WriterOutputIsExact)
@@ -203,10 +209,9 @@ TEST_F(VecFile, WriterOutputIsExact)
     ASSERT_NE(v, nullptr);
     const std::string out = dir.path("w.mtx");
     ASSERT_EQ(comFileVecWrite(h, v, out.c_str()), 1);
-    EXPECT_EQ(kwiltest::readFile(out),
-              "%%MatrixMarket matrix array complex general\n2 1\n"
-              "1.00000000000000005551e-01 -1.00000000000000000000e+00\n"
-              "9.99999999999996944933e-311 2.00000000000000000000e+00\n");
+    EXPECT_EQ(kwiltest::readFile(out), "%%MatrixMarket matrix array complex general\n2 1\n"
+                                       "1.00000000000000005551e-01 -1.00000000000000000000e+00\n"
+                                       "9.99999999999996944933e-311 2.00000000000000000000e+00\n");
     comLinVecDelete(h, v);
 
     v = comLinVecCreate(h, LIN_REAL, 0);
@@ -215,7 +220,8 @@ TEST_F(VecFile, WriterOutputIsExact)
     Capture cap;
     EXPECT_EQ(comFileVecWrite(h, v, dir.path("x/y.mtx").c_str()), 0);
     cap.take();
-    EXPECT_EQ(cap.err(), "KWILERR: Open error in vec file read, write='" + dir.path("x/y.mtx") + "'\n");
+    EXPECT_EQ(cap.err(),
+              "KWILERR: Open error in vec file read, write='" + dir.path("x/y.mtx") + "'\n");
     comLinVecDelete(h, v);
 }
 
@@ -228,7 +234,7 @@ long maxRssKb()
     return u.ru_maxrss;
 }
 
-}  // namespace
+} // namespace
 
 TEST_F(VecFile, ShortFilesDeclaringLargeVectorsDoNotFillThem)
 {
@@ -263,7 +269,7 @@ TEST_F(VecFile, ShortFilesStillReportAVectorThatCannotBeMade)
 {
     // Creation comes before the data lines, whatever the length of the file.
     for (const std::string& text : {arrayReal + "2 1\n1\n2\n", arrayReal + "2000000000 1\n1\n"}) {
-        comTestFailAlloc(2);  // the values of the vector
+        comTestFailAlloc(2); // the values of the vector
         expectFail(text, "KWILERR: Allocation error\n"
                          "KWILERR: Real data allocation error in matrix create\n"
                          "KWILERR: Vector data create error in vec file read file='%s'\n");

@@ -19,13 +19,14 @@ bool same(const ComLinMat* a, const ComLinMat* b)
     const double* vb = b->dataType == LIN_REAL ? b->realData : b->compData;
     for (size_t k = 0; k < nv; ++k) {
         // "%.20e" keeps every finite value and infinity; a NaN reads back as some NaN.
-        if (va[k] != vb[k] && !(va[k] != va[k] && vb[k] != vb[k])) return false;
+        if (va[k] != vb[k] && !(va[k] != va[k] && vb[k] != vb[k]))
+            return false;
     }
     return memcmp(a->row, b->row, n * sizeof(int)) == 0 &&
            memcmp(a->col, b->col, n * sizeof(int)) == 0;
 }
 
-}  // namespace
+} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
@@ -34,10 +35,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     KwilHandle* h = kwilfuzz::quietHandle();
     kwilfuzz::writeFile(in, data, size);
     ComLinMat* mat = comFileMatRead(h, in.c_str());
-    if (mat == nullptr) return 0;
-    if (comFileMatWrite(h, mat, out.c_str()) != 1) abort();
+    if (mat == nullptr)
+        return 0;
+    if (comFileMatWrite(h, mat, out.c_str()) != 1)
+        abort();
     ComLinMat* back = comFileMatRead(h, out.c_str());
-    if (back == nullptr || !same(mat, back)) abort();
+    if (back == nullptr || !same(mat, back))
+        abort();
     comLinMatDelete(h, back);
     comLinMatDelete(h, mat);
     return 0;

@@ -8,23 +8,29 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    if (size == 0) return 0;
+    if (size == 0)
+        return 0;
     FILE* f = fmemopen(const_cast<uint8_t*>(data), size, "r");
-    if (f == nullptr) return 0;
+    if (f == nullptr)
+        return 0;
     MM_typecode code;
     const int ret = mm_read_banner(f, &code);
-    if (ret != 0 && ret != 12 && ret != 14 && ret != 15) abort();
+    if (ret != 0 && ret != 12 && ret != 14 && ret != 15)
+        abort();
     char* text = mm_typecode_to_str(code);
     if (ret == 0) {
-        if (text == nullptr) abort();  // every accepted code has words
+        if (text == nullptr)
+            abort(); // every accepted code has words
         (void)mm_is_valid(code);
         // Round trip through the writer.
         char buf[256];
         FILE* w = fmemopen(buf, sizeof buf, "w+");
-        if (w == nullptr || mm_write_banner(w, code) != 0) abort();
+        if (w == nullptr || mm_write_banner(w, code) != 0)
+            abort();
         rewind(w);
         MM_typecode back;
-        if (mm_read_banner(w, &back) != 0 || memcmp(back, code, 4) != 0) abort();
+        if (mm_read_banner(w, &back) != 0 || memcmp(back, code, 4) != 0)
+            abort();
         fclose(w);
         int m = 0, n = 0, nz = 0;
         if (code[1] == 'A') {

@@ -32,7 +32,8 @@ inline std::string scratch(const char* name)
 inline void writeFile(const std::string& path, const uint8_t* data, size_t size)
 {
     FILE* f = fopen(path.c_str(), "wb");
-    if (f == nullptr || fwrite(data, 1, size, f) != size || fclose(f) != 0) abort();
+    if (f == nullptr || fwrite(data, 1, size, f) != size || fclose(f) != 0)
+        abort();
 }
 
-}  // namespace kwilfuzz
+} // namespace kwilfuzz

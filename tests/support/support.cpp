@@ -1,8 +1,8 @@
 // Helpers shared by the test suites.
 #include "support/support.h"
 
-#include <gtest/gtest.h>
 #include <dirent.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -22,11 +22,15 @@ Capture::Capture() : active_(true)
     testing::internal::CaptureStderr();
 }
 
-Capture::~Capture() { take(); }
+Capture::~Capture()
+{
+    take();
+}
 
 void Capture::take()
 {
-    if (!active_) return;
+    if (!active_)
+        return;
     active_ = false;
     fflush(stdout);
     fflush(stderr);
@@ -34,15 +38,22 @@ void Capture::take()
     err_ = testing::internal::GetCapturedStderr();
 }
 
-std::vector<std::string> Capture::outLines() const { return lines(out_); }
-std::vector<std::string> Capture::errLines() const { return lines(err_); }
+std::vector<std::string> Capture::outLines() const
+{
+    return lines(out_);
+}
+std::vector<std::string> Capture::errLines() const
+{
+    return lines(err_);
+}
 
 std::vector<std::string> lines(const std::string& text)
 {
     std::vector<std::string> result;
     std::istringstream in(text);
     std::string line;
-    while (std::getline(in, line)) result.push_back(line);
+    while (std::getline(in, line))
+        result.push_back(line);
     return result;
 }
 
@@ -52,17 +63,22 @@ TempDir::TempDir()
     std::string templ = std::string(base != nullptr ? base : "/tmp") + "/kwiltest.XXXXXX";
     std::vector<char> buf(templ.begin(), templ.end());
     buf.push_back('\0');
-    if (mkdtemp(buf.data()) == nullptr) ADD_FAILURE() << "mkdtemp failed";
+    if (mkdtemp(buf.data()) == nullptr)
+        ADD_FAILURE() << "mkdtemp failed";
     dir_ = buf.data();
 }
 
 TempDir::~TempDir()
 {
     const std::string cmd = "rm -rf '" + dir_ + "'";
-    if (system(cmd.c_str()) != 0) ADD_FAILURE() << "cannot remove " << dir_;
+    if (system(cmd.c_str()) != 0)
+        ADD_FAILURE() << "cannot remove " << dir_;
 }
 
-std::string TempDir::path(const std::string& name) const { return dir_ + "/" + name; }
+std::string TempDir::path(const std::string& name) const
+{
+    return dir_ + "/" + name;
+}
 
 std::string TempDir::write(const std::string& name, const std::string& text) const
 {
@@ -79,7 +95,10 @@ std::string readFile(const std::string& path)
     return s.str();
 }
 
-std::string optionText(const std::string& extra) { return "FILE_VER 1\n" + extra; }
+std::string optionText(const std::string& extra)
+{
+    return "FILE_VER 1\n" + extra;
+}
 
 KwilHandle* makeHandle(const TempDir& dir, const std::string& extra)
 {
@@ -95,13 +114,16 @@ std::vector<std::string> matrixFiles(const std::string& dir)
     std::vector<std::string> dirs{dir};
     for (size_t d = 0; d < dirs.size(); ++d) {
         DIR* h = opendir(dirs[d].c_str());
-        if (h == nullptr) continue;
+        if (h == nullptr)
+            continue;
         while (dirent* e = readdir(h)) {
             const std::string name = e->d_name;
-            if (name == "." || name == "..") continue;
+            if (name == "." || name == "..")
+                continue;
             const std::string path = dirs[d] + "/" + name;
             struct stat st;
-            if (stat(path.c_str(), &st) != 0) continue;
+            if (stat(path.c_str(), &st) != 0)
+                continue;
             if (S_ISDIR(st.st_mode) && d == 0) {
                 dirs.push_back(path);
             } else if (S_ISREG(st.st_mode) && name.size() > 4 &&
@@ -121,4 +143,4 @@ std::string matrixDir()
     return dir != nullptr ? dir : "";
 }
 
-}  // namespace kwiltest
+} // namespace kwiltest

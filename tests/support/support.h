@@ -10,7 +10,7 @@ namespace kwiltest {
 
 // Captures what the library writes to stdout and stderr between construction and take().
 class Capture {
-public:
+  public:
     Capture();
     ~Capture();
     // Ends the capture; out() and err() then hold the texts.
@@ -20,7 +20,7 @@ public:
     std::vector<std::string> outLines() const;
     std::vector<std::string> errLines() const;
 
-private:
+  private:
     bool active_;
     std::string out_;
     std::string err_;
@@ -31,7 +31,7 @@ std::vector<std::string> lines(const std::string& text);
 
 // A fresh directory under the system temporary directory, removed with its files at the end.
 class TempDir {
-public:
+  public:
     TempDir();
     ~TempDir();
     TempDir(const TempDir&) = delete;
@@ -42,7 +42,7 @@ public:
     std::string write(const std::string& name, const std::string& text) const;
     const std::string& dir() const { return dir_; }
 
-private:
+  private:
     std::string dir_;
 };
 
@@ -64,9 +64,8 @@ KwilHandle* makeHandle(const TempDir& dir, const std::string& extra = "");
 // Counts comAlloc calls made by fn() and checks, for each k, that making the k-th one fail
 // gives fn() == false with no block leaked. fn is called once per k plus once to count.
 // Returns the number of failure points exercised.
-template <class Fn>
-long sweepAllocFailures(Fn fn);
+template <class Fn> long sweepAllocFailures(Fn fn);
 
-}  // namespace kwiltest
+} // namespace kwiltest
 
 #include "support/sweep.inl"
