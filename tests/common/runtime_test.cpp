@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <omp.h>
 
+#include <cstdint>
 #include <regex>
 
 #include "common/com.h"
@@ -141,5 +142,31 @@ TEST(Alloc, InjectedFailureReportsAndCountsOnlyLiveBlocks)
     comFree(nullptr, q);
     comFree(nullptr, s);
     comFree(nullptr, nullptr);
+    EXPECT_EQ(comTestLiveAllocs(), live);
+}
+
+// Blocks of a huge page or more start on a huge-page boundary, are usable to their last byte and
+// are freed like the small ones; a request no machine can meet fails with the error line.
+TEST(Alloc, LargeBlocksStartOnHugePagesAndImpossibleOnesFail)
+{
+    const long live = comTestLiveAllocs();
+    for (long size : {2L << 20, (3L << 20) + 5, 9L << 20}) {
+        auto* p = static_cast<unsigned char*>(comAlloc(nullptr, size));
+        ASSERT_NE(p, nullptr) << size;
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(p) % (2u << 20), 0u) << size;
+        p[0] = 1;
+        p[size - 1] = 2;
+        EXPECT_EQ(p[0] + p[size - 1], 3);
+        comFree(nullptr, p);
+    }
+    auto* small = static_cast<unsigned char*>(comAlloc(nullptr, (2L << 20) - 1));
+    ASSERT_NE(small, nullptr);
+    small[(2L << 20) - 2] = 7;
+    comFree(nullptr, small);
+    Capture cap;
+    void* none = comAlloc(nullptr, 1L << 62);
+    cap.take();
+    EXPECT_EQ(none, nullptr);
+    EXPECT_EQ(cap.err(), "KWILERR: Allocation error\n");
     EXPECT_EQ(comTestLiveAllocs(), live);
 }
