@@ -281,12 +281,10 @@ bool inspect(PlatformTrsvPlan* plan, const StepDeps& deps)
 }
 
 // A thread solves its pieces in blocks of at most BLOCK_STEPS steps, publishing its progress
-// after each; a block ends early at a step that waits. Before a block it prefetches the vector
-// entries and row pointers of the steps VECTOR_AHEAD further on in its own order of steps,
-// running on into its next piece: its pieces lie apart, and the hardware prefetchers would start
-// afresh at each.
+// after each; a block ends early at a step that waits. (Prefetching the vector entries of the
+// steps ahead, on into the next piece, was tried in two sessions and made no difference that
+// showed through the noise.)
 constexpr int BLOCK_STEPS = 256;
-constexpr int VECTOR_AHEAD = 128;
 
 // One thread's published progress, on a cache line of its own.
 struct alignas(64) Progress {
@@ -317,20 +315,6 @@ int firstWait(const PlatformTrsvPlan* plan, int s)
     return lo;
 }
 
-// Prefetches x, y and the row pointers of the steps [s0, s1) of a piece, every cache line of x.
-template <class V>
-inline void prefetchSteps(const PlatformTrsvPlan* plan, int s0, int s1, const int* ia, const V* x,
-                          const V* y)
-{
-    constexpr int perLine = 64 / static_cast<int>(sizeof(V));
-    for (int s = s0; s < s1; s += perLine) {
-        const int r = plan->upper ? plan->m - 1 - s : s;
-        __builtin_prefetch(x + r);
-        __builtin_prefetch(y + r, 1);
-        __builtin_prefetch(ia + r);
-    }
-}
-
 // The share of thread t: its pieces in order, each row after its waits.
 template <class V>
 ALWAYS_INLINE inline void runThread(const PlatformTrsvPlan* plan, int t, Progress* progress,
@@ -351,10 +335,6 @@ ALWAYS_INLINE inline void runThread(const PlatformTrsvPlan* plan, int t, Progres
     for (int c = t; c < plan->chunks; c += plan->threads) {
         const int s0 = plan->chunkStart[c];
         const int s1 = plan->chunkStart[c + 1];
-        // The thread's next piece, where the prefetch of the vectors runs on.
-        const bool more = c + plan->threads < plan->chunks;
-        const int nextBegin = more ? plan->chunkStart[c + plan->threads] : s1;
-        const int nextEnd = more ? plan->chunkStart[c + plan->threads + 1] : s1;
         while (w < plan->nwaits && plan->waits[w].at < s0)
             ++w;
         if (s0 == s1)
@@ -375,15 +355,6 @@ ALWAYS_INLINE inline void runThread(const PlatformTrsvPlan* plan, int t, Progres
             int e = s + BLOCK_STEPS < s1 ? s + BLOCK_STEPS : s1;
             if (w < plan->nwaits && plan->waits[w].at < e)
                 e = plan->waits[w].at;
-            // Prefetch the steps VECTOR_AHEAD on, in this piece or the next.
-            const int p0 = s + VECTOR_AHEAD, p1 = e + VECTOR_AHEAD;
-            prefetchSteps(plan, p0 < s1 ? p0 : s1, p1 < s1 ? p1 : s1, ia, x, y);
-            if (p1 > s1 && more) {
-                const int q0 = nextBegin + (p0 > s1 ? p0 - s1 : 0);
-                const int q1 = nextBegin + (p1 - s1);
-                prefetchSteps(plan, q0 < nextEnd ? q0 : nextEnd, q1 < nextEnd ? q1 : nextEnd, ia, x,
-                              y);
-            }
             // A thread's own copy runs on from one piece into the next: prefetch across them.
             if (plan->upper) {
                 solveUpper(m - e, m - s, a, ia, ja, x, y, packed ? 0 : ia[m - s1] - 1);
