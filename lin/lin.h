@@ -53,6 +53,11 @@ int comLinMatChangeType(KwilHandle* handle, ComLinMat* mat, int type);
 int matSort(KwilHandle* handle, ComLinMat* mat);
 // Form 1 -> form 2.
 int matChangeCSR(KwilHandle* handle, ComLinMat* mat);
+// The two halves of form 1 -> form 2 for a caller that knows where each row starts: the row
+// pointer array (size + 1 entries), or null after the conversion's error line; then the switch
+// to it, which frees the row indices.
+int* matAllocCSRPtr(KwilHandle* handle, const ComLinMat* mat);
+void matInstallCSRPtr(KwilHandle* handle, ComLinMat* mat, int* ptr);
 // Form 2 -> form type (0 or 1).
 int matRestoreCSR(KwilHandle* handle, ComLinMat* mat, int type);
 // Exchanges the whole contents of the two records.

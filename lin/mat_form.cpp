@@ -31,13 +31,11 @@ int comLinMatChangeType(KwilHandle* handle, ComLinMat* mat, int type)
 
 int matChangeCSR(KwilHandle* handle, ComLinMat* mat)
 {
-    comAssert(handle, mat->type == MAT_SORTED, "Invalid type %d in matrix change to CSR",
-              mat->type);
+    int* ptr = matAllocCSRPtr(handle, mat);
+    if (ptr == nullptr)
+        return 0;
     const int n = mat->size;
     const int nnz = mat->dataNum;
-    int* ptr = kwil::comAllocN<int>(handle, matRowDataNum(handle, mat, MAT_CSR));
-    if (ptr == nullptr)
-        return comErr(handle, "Allocation error in matrix change to CSR");
     int k = 0;
     for (int r = 1; r <= n; ++r) {
         ptr[r - 1] = k + 1;
@@ -45,10 +43,25 @@ int matChangeCSR(KwilHandle* handle, ComLinMat* mat)
             ++k;
     }
     ptr[n] = nnz + 1;
+    matInstallCSRPtr(handle, mat, ptr);
+    return 1;
+}
+
+int* matAllocCSRPtr(KwilHandle* handle, const ComLinMat* mat)
+{
+    comAssert(handle, mat->type == MAT_SORTED, "Invalid type %d in matrix change to CSR",
+              mat->type);
+    int* ptr = kwil::comAllocN<int>(handle, matRowDataNum(handle, mat, MAT_CSR));
+    if (ptr == nullptr)
+        comErr(handle, "Allocation error in matrix change to CSR");
+    return ptr;
+}
+
+void matInstallCSRPtr(KwilHandle* handle, ComLinMat* mat, int* ptr)
+{
     comFree(handle, mat->row);
     mat->row = ptr;
     mat->type = MAT_CSR;
-    return 1;
 }
 
 int matRestoreCSR(KwilHandle* handle, ComLinMat* mat, int type)

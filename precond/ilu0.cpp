@@ -192,7 +192,9 @@ template <class S> int ilu0Factor(KwilHandle* handle, const ComLinMat& a, MatOwn
     comAssert(handle, split.full(), "LU number unmatch in ILU 0 solver");
     if (split.replaced() > 0)
         comTrace(handle, "ILU 0 rev diag zero %d %.4e", static_cast<int>(split.replaced()), revVal);
-    return 1;
+    return factorsToCSR(
+        handle, l, u, [&](int i) { return dp[i] - ar[i] + 2; },
+        [&](int i) { return ar[i + 1] - 1 - dp[i]; }, "ILU 0");
 }
 
 } // namespace
@@ -204,6 +206,7 @@ int ILU0(KwilHandle* handle, const ComLinMat* a, ComLinMat** l, ComLinMat** u)
                                            : ilu0Factor<kwil::prec::Cplx>(handle, *a, lo, up);
     if (ok == 0)
         return 0;
-    // The work storage is gone; the factors become compressed rows.
-    return kwil::prec::iluFinish(handle, lo, up, "ILU 0", l, u);
+    *l = lo.release();
+    *u = up.release();
+    return 1;
 }

@@ -7,6 +7,7 @@
 #include <complex>
 
 #include "common/own.h"
+#include "lin/lin.h"
 #include "precond/precond.h"
 
 namespace kwil {
@@ -222,17 +223,32 @@ inline bool createFactors(KwilHandle* handle, const ComLinMat& a, long nL, long 
     return true;
 }
 
-// Converts both factors to compressed rows and hands them to the caller. On failure the factors
-// are deleted and the error line written.
-inline int iluFinish(KwilHandle* handle, MatOwn& l, MatOwn& u, const char* tag, ComLinMat** lOut,
-                     ComLinMat** uOut)
+// Converts a factor written by FactorSplit to compressed rows; len(i) is the entry count of row i
+// (0-based), which the factorisation knows, so the rows need not be found by a scan. False after
+// the conversion's error line.
+template <class RowLen> bool factorToCSR(KwilHandle* handle, ComLinMat& m, RowLen len)
 {
-    if (comLinMatChangeType(handle, l.get(), MAT_CSR) == 0 ||
-        comLinMatChangeType(handle, u.get(), MAT_CSR) == 0) {
-        return comErr(handle, "Change mat type error in %s solver", tag);
+    int* ptr = matAllocCSRPtr(handle, &m);
+    if (ptr == nullptr)
+        return false;
+    int k = 1;
+    for (int i = 0; i < m.size; ++i) {
+        ptr[i] = k;
+        k += len(i);
     }
-    *lOut = l.release();
-    *uOut = u.release();
+    ptr[m.size] = k;
+    matInstallCSRPtr(handle, &m, ptr);
+    return true;
+}
+
+// Converts both factors, L and then U, to compressed rows. On failure the error line is written
+// and the factors are left to their owners to delete.
+template <class LLen, class ULen>
+inline int factorsToCSR(KwilHandle* handle, MatOwn& l, MatOwn& u, LLen lLen, ULen uLen,
+                        const char* tag)
+{
+    if (!factorToCSR(handle, *l, lLen) || !factorToCSR(handle, *u, uLen))
+        return comErr(handle, "Change mat type error in %s solver", tag);
     return 1;
 }
 

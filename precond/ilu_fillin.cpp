@@ -259,7 +259,8 @@ template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatO
             // read, as a kept fill-in overwrites it. Only a kept fill-in branches.
             // Real rows take two updates per turn: the one-update loop ran up to a third
             // slower or not depending on where the linker placed it, the two-update loop at
-            // about the speed of its best placement at every offset tried. The columns differ,
+            // about the speed of its best placement when its head does not start a 64-byte
+            // line (a fifth slower when it does, on the machine measured). The columns differ,
             // so the two keeps come in the one-update order. Complex rows ran slower that way.
             int q = dk + 1;
             for (; pairUpdates && q + 1 < q1; q += 2) {
@@ -325,7 +326,9 @@ template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatO
     if (split.replaced() > 0)
         comTrace(handle, "ILU fill-in rev diag zero %d %.4e", static_cast<int>(split.replaced()),
                  revVal);
-    return 1;
+    return factorsToCSR(
+        handle, l, u, [&](int i) { return rd[i] + 1; }, [&](int i) { return rl[i] - rd[i]; },
+        "ILU fill-in");
 }
 
 } // namespace
@@ -337,8 +340,9 @@ int ILUFillIn(KwilHandle* handle, const ComLinMat* a, ComLinMat** l, ComLinMat**
                                            : fillInFactor<kwil::prec::Cplx>(handle, *a, lo, up);
     if (ok == 0)
         return 0;
-    // The work storage is gone; the factors become compressed rows.
-    return kwil::prec::iluFinish(handle, lo, up, "ILU fill-in", l, u);
+    *l = lo.release();
+    *u = up.release();
+    return 1;
 }
 
 void ILUFillInFreeColData(KwilHandle* handle, ILUFillInColData** rowHead, int n)
