@@ -6,6 +6,8 @@
 #include <cstring>
 #include <limits>
 
+#include <omp.h>
+
 #include "lin_util.h"
 #include "support/support.h"
 
@@ -120,6 +122,37 @@ TEST(VecCopy, CopiesIntoTheExistingArray)
     comLinVecCopy(nullptr, a.get(), b.get());
     EXPECT_EQ(b->compData, data);
     EXPECT_EQ(lintest::values(b.get()), lintest::values(a.get()));
+}
+
+// Large copies are split among threads: every value arrives, at every split, and nothing is
+// written past the end (the guard after the destination's last value stays).
+TEST(VecCopy, LargeCopiesOnSeveralThreadsMoveEveryValue)
+{
+    const int previous = omp_get_max_threads();
+    for (int threads : {1, 2, 3}) {
+        omp_set_num_threads(threads);
+        for (int n : {65535, 65536, 100003}) {
+            for (int type : {LIN_REAL, LIN_COMP}) {
+                const long len = type == LIN_REAL ? n : 2L * n;
+                VecPtr a(comLinVecCreate(nullptr, type, n));
+                VecPtr b(comLinVecCreate(nullptr, type, n + 1)); // one slot as a guard
+                double* src = type == LIN_REAL ? a->realData : a->compData;
+                double* dst = type == LIN_REAL ? b->realData : b->compData;
+                for (long k = 0; k < len; ++k)
+                    src[k] = 0.5 + static_cast<double>(k);
+                std::fill(dst, dst + len + (type == LIN_REAL ? 1 : 2), -1.0);
+                b->size = n;
+                comLinVecCopy(nullptr, a.get(), b.get());
+                b->size = n + 1;
+                long wrong = 0;
+                for (long k = 0; k < len; ++k)
+                    wrong += dst[k] != src[k];
+                EXPECT_EQ(wrong, 0) << threads << " threads, n " << n << ", type " << type;
+                EXPECT_EQ(dst[len], -1.0);
+            }
+        }
+    }
+    omp_set_num_threads(previous);
 }
 
 TEST(VecCopyDeathTest, MismatchesAreContractViolations)
