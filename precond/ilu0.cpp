@@ -125,7 +125,7 @@ template <class S> struct Elimination {
 // Row i: W[i, j] -= (W[i, k] / W[k, k]) W[k, j] for every stored k < i in ascending order and
 // every stored j > k that row i also stores. W[i, k] keeps its unscaled value l_ik u_kk.
 // Afterwards W is split into L and U, vanishing entries are replaced and U is divided by the
-// pivots.
+// pivots; both factors end in compressed rows.
 template <class S> int ilu0Factor(KwilHandle* handle, const ComLinMat& a, MatOwn& l, MatOwn& u)
 {
     using namespace kwil::prec;

@@ -146,7 +146,7 @@ class ColumnQueue {
 
 constexpr const char* allocError = "Alloc error in ILU fill-in solver";
 
-// Factorises A with fill-in and splits the result into L and U (sorted coordinate form).
+// Factorises A with fill-in and splits the result into L and U, in compressed rows.
 template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatOwn& l, MatOwn& u)
 {
     using namespace kwil::prec;
