@@ -260,8 +260,10 @@ template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatO
             // Real rows take two updates per turn: the one-update loop ran up to a third
             // slower or not depending on where the linker placed it, the two-update loop at
             // about the speed of its best placement when its head does not start a 64-byte
-            // line (a fifth slower when it does, on the machine measured). The columns differ,
-            // so the two keeps come in the one-update order. Complex rows ran slower that way.
+            // line (a fifth slower when it does, on the machine measured); this file's
+            // functions are aligned to 64 bytes, so its place follows from this function alone.
+            // The columns differ, so the two keeps come in the one-update order. Complex rows
+            // ran slower that way.
             int q = dk + 1;
             for (; pairUpdates && q + 1 < q1; q += 2) {
                 const int j0 = kc[q], j1 = kc[q + 1];
