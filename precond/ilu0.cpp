@@ -126,8 +126,10 @@ template <class S> struct Elimination {
 // every stored j > k that row i also stores. W[i, k] keeps its unscaled value l_ik u_kk.
 // Afterwards W is split into L and U, vanishing entries are replaced and U is divided by the
 // pivots; both factors end in compressed rows.
-template <class S> int ilu0Factor(KwilHandle* handle, const ComLinMat& a, MatOwn& l, MatOwn& u)
+template <class S>
+int ilu0Factor(KwilHandle* handle, const ComLinMat& a, ComLinMat** lOut, ComLinMat** uOut)
 {
+    MatOwn l(handle, nullptr), u(handle, nullptr);
     using namespace kwil::prec;
     const int n = a.size;
     ComBuf<S> work(handle, 2 * (n + 1L)); // two work rows by one-based column
@@ -194,19 +196,13 @@ template <class S> int ilu0Factor(KwilHandle* handle, const ComLinMat& a, MatOwn
         comTrace(handle, "ILU 0 rev diag zero %d %.4e", static_cast<int>(split.replaced()), revVal);
     return factorsToCSR(
         handle, l, u, [&](int i) { return dp[i] - ar[i] + 2; },
-        [&](int i) { return ar[i + 1] - 1 - dp[i]; }, "ILU 0");
+        [&](int i) { return ar[i + 1] - 1 - dp[i]; }, "ILU 0", lOut, uOut);
 }
 
 } // namespace
 
 int ILU0(KwilHandle* handle, const ComLinMat* a, ComLinMat** l, ComLinMat** u)
 {
-    MatOwn lo(handle, nullptr), up(handle, nullptr);
-    const int ok = a->dataType == LIN_REAL ? ilu0Factor<double>(handle, *a, lo, up)
-                                           : ilu0Factor<kwil::prec::Cplx>(handle, *a, lo, up);
-    if (ok == 0)
-        return 0;
-    *l = lo.release();
-    *u = up.release();
-    return 1;
+    return a->dataType == LIN_REAL ? ilu0Factor<double>(handle, *a, l, u)
+                                   : ilu0Factor<kwil::prec::Cplx>(handle, *a, l, u);
 }

@@ -241,14 +241,16 @@ template <class RowLen> bool factorToCSR(KwilHandle* handle, ComLinMat& m, RowLe
     return true;
 }
 
-// Converts both factors, L and then U, to compressed rows. On failure the error line is written
-// and the factors are left to their owners to delete.
+// Converts both factors, L and then U, to compressed rows and hands them to the caller. On
+// failure the error line is written and the factors are left to their owners to delete.
 template <class LLen, class ULen>
 inline int factorsToCSR(KwilHandle* handle, MatOwn& l, MatOwn& u, LLen lLen, ULen uLen,
-                        const char* tag)
+                        const char* tag, ComLinMat** lOut, ComLinMat** uOut)
 {
     if (!factorToCSR(handle, *l, lLen) || !factorToCSR(handle, *u, uLen))
         return comErr(handle, "Change mat type error in %s solver", tag);
+    *lOut = l.release();
+    *uOut = u.release();
     return 1;
 }
 

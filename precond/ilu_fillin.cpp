@@ -147,8 +147,10 @@ class ColumnQueue {
 constexpr const char* allocError = "Alloc error in ILU fill-in solver";
 
 // Factorises A with fill-in and splits the result into L and U, in compressed rows.
-template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatOwn& l, MatOwn& u)
+template <class S>
+int fillInFactor(KwilHandle* handle, const ComLinMat& a, ComLinMat** lOut, ComLinMat** uOut)
 {
+    MatOwn l(handle, nullptr), u(handle, nullptr);
     using namespace kwil::prec;
     const int n = a.size;
     const int* ar = a.row; // one-based row pointers
@@ -330,21 +332,15 @@ template <class S> int fillInFactor(KwilHandle* handle, const ComLinMat& a, MatO
                  revVal);
     return factorsToCSR(
         handle, l, u, [&](int i) { return rd[i] + 1; }, [&](int i) { return rl[i] - rd[i]; },
-        "ILU fill-in");
+        "ILU fill-in", lOut, uOut);
 }
 
 } // namespace
 
 int ILUFillIn(KwilHandle* handle, const ComLinMat* a, ComLinMat** l, ComLinMat** u)
 {
-    MatOwn lo(handle, nullptr), up(handle, nullptr);
-    const int ok = a->dataType == LIN_REAL ? fillInFactor<double>(handle, *a, lo, up)
-                                           : fillInFactor<kwil::prec::Cplx>(handle, *a, lo, up);
-    if (ok == 0)
-        return 0;
-    *l = lo.release();
-    *u = up.release();
-    return 1;
+    return a->dataType == LIN_REAL ? fillInFactor<double>(handle, *a, l, u)
+                                   : fillInFactor<kwil::prec::Cplx>(handle, *a, l, u);
 }
 
 void ILUFillInFreeColData(KwilHandle* handle, ILUFillInColData** rowHead, int n)
