@@ -3,11 +3,12 @@
 // The solve runs in steps: step s is row s of a lower triangle, row m - 1 - s of an upper one, so
 // that every row depends only on rows of earlier steps. The inspector measures the reach D of
 // the triangle, the largest distance in steps from a row back to the earliest row it reads (the
-// line length of a 2-D grid, the plane size of a 3-D one), cuts the steps into segments of D
-// steps and each segment into one piece per thread, and gives piece t of every segment to thread
-// t. A row then reads rows of its own piece, of the same thread's piece one segment back, or the
-// end of the piece before it in its segment: on a grid numbered line by line thread t follows
-// thread t - 1 by one piece, like a wavefront, and the threads stream their own rows.
+// line length of a 2-D grid, the plane size of a 3-D one), cuts the rows from row 0 on into
+// segments of D rows and each segment into one piece per thread, and gives piece t of every
+// segment to thread t, in a lower and an upper triangle alike. A row then reads rows of its own
+// piece, of the same thread's piece one segment back, or the end of the piece before it in step
+// order: on a grid numbered line by line the threads follow each other by one piece, like a
+// wavefront, and stream their own rows.
 //
 // Each thread solves its pieces in step order and publishes how far it has come (every step of
 // its own up to the published one is done). Before a step reads rows of other threads, it waits
@@ -157,8 +158,17 @@ namespace {
 // Set by platformTestForcePlans.
 bool forcePlans = false;
 
-// Segments of the triangle's reach, each cut into one piece per thread, into plan->chunkStart.
-// false when the pieces would be too short or memory is short.
+// The thread that solves piece c. Pieces are cut in rows, the same for both triangles, and a
+// thread owns the same rows in both: the upper solve then reads, from the intermediate vector of
+// an ILU application, the rows its thread has just written in the lower solve, in its own cache.
+// Piece c of an upper triangle is cut c from the end, so its owner counts down.
+int ownerOf(const PlatformTrsvPlan* plan, int c)
+{
+    return plan->upper ? plan->threads - 1 - c % plan->threads : c % plan->threads;
+}
+
+// Segments of the triangle's reach from row 0 on, each cut into one piece per thread, into
+// plan->chunkStart in step order. false when the pieces would be too short or memory is short.
 bool cutPieces(PlatformTrsvPlan* plan, const StepDeps& deps)
 {
     const int m = plan->m;
@@ -175,13 +185,15 @@ bool cutPieces(PlatformTrsvPlan* plan, const StepDeps& deps)
     plan->chunkStart = allocN<int>(plan->chunks + 1L);
     if (plan->chunkStart == nullptr)
         return false;
-    for (long k = 0; k < segments; ++k) {
-        for (int t = 0; t < nt; ++t) {
-            const long s = k * reach + static_cast<long>(reach) * t / nt;
-            plan->chunkStart[k * nt + t] = static_cast<int>(s < m ? s : m);
-        }
+    // Row cut b of chunks + 1, ascending; an upper triangle takes them mirrored, as steps.
+    const auto rowCut = [&](long b) {
+        const long k = b / nt, t = b % nt;
+        const long r = k * reach + static_cast<long>(reach) * t / nt;
+        return static_cast<int>(r < m ? r : m);
+    };
+    for (long b = 0; b <= plan->chunks; ++b) {
+        plan->chunkStart[b] = plan->upper ? m - rowCut(plan->chunks - b) : rowCut(b);
     }
-    plan->chunkStart[plan->chunks] = m;
     return true;
 }
 
@@ -198,10 +210,10 @@ bool listWaits(PlatformTrsvPlan* plan, const StepDeps& deps, const int* chunkOf)
     for (int pass = 0; pass < 2; ++pass) {
         n = 0;
         for (int s = 0; s < m; ++s) {
-            const int own = chunkOf[s] % nt;
+            const int own = ownerOf(plan, chunkOf[s]);
             bool any = false;
             deps.each(s, [&](int d) {
-                const int o = chunkOf[d] % nt;
+                const int o = ownerOf(plan, chunkOf[d]);
                 if (o != own && d > latest[o]) {
                     latest[o] = d;
                     any = true;
@@ -246,7 +258,7 @@ bool worthwhile(const PlatformTrsvPlan* plan, const StepDeps& deps, const int* c
     std::int64_t serial = 0;
     int w = 0;
     for (int s = 0; s < m; ++s) {
-        const int own = chunkOf[s] % plan->threads;
+        const int own = ownerOf(plan, chunkOf[s]);
         std::int64_t t = clock[own];
         for (; w < plan->nwaits && plan->waits[w].at == s; ++w) {
             const std::int64_t ready = finish[plan->waits[w].need] + STALL_COST;
@@ -331,8 +343,9 @@ ALWAYS_INLINE inline void runThread(const PlatformTrsvPlan* plan, int t, Progres
     for (int u = 0; u < plan->threads; ++u)
         seen[u] = -1;
     auto publish = [&](int s) { progress[t].step.store(s, std::memory_order_release); };
-    int w = firstWait(plan, plan->chunkStart[t]);
-    for (int c = t; c < plan->chunks; c += plan->threads) {
+    const int first = plan->upper ? plan->threads - 1 - t : t; // thread t's first piece
+    int w = firstWait(plan, plan->chunkStart[first]);
+    for (int c = first; c < plan->chunks; c += plan->threads) {
         const int s0 = plan->chunkStart[c];
         const int s1 = plan->chunkStart[c + 1];
         while (w < plan->nwaits && plan->waits[w].at < s0)
@@ -365,6 +378,10 @@ ALWAYS_INLINE inline void runThread(const PlatformTrsvPlan* plan, int t, Progres
             s = e;
         }
     }
+    // Done with every step of its own. A stalled thread may wait for a step past this thread's
+    // last piece (its wait runs on ahead to just before its own piece, and with three threads or
+    // more another thread's piece can lie between): the last step releases every such wait.
+    publish(m - 1);
 }
 
 TARGET_CLONES void runThreadOf(const PlatformTrsvPlan* plan, int t, Progress* progress,
@@ -489,7 +506,7 @@ int* rowOwners(const PlatformTrsvPlan* plan)
         return nullptr;
     for (int c = 0; c < plan->chunks; ++c) {
         for (int s = plan->chunkStart[c]; s < plan->chunkStart[c + 1]; ++s)
-            owner[plan->upper ? plan->m - 1 - s : s] = c % plan->threads;
+            owner[plan->upper ? plan->m - 1 - s : s] = ownerOf(plan, c);
     }
     return owner;
 }
