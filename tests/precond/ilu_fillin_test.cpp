@@ -252,6 +252,16 @@ TEST(IluFillIn, MatchesTheReferenceOnRandomMatrices)
         expectSameAsReference(th.get(), *a, "round " + std::to_string(round));
         ++cases;
     }
+    // Sparse rows over several words of the column set of lower columns, fill-ins kept far
+    // above and close to the pivot in turn.
+    for (int round = 0; round < 30; ++round) {
+        const int n = 130 + static_cast<int>(gen() % 300);
+        const double density = 0.004 + (gen() % 20) / 1000.0;
+        Mat a = randomCsr(static_cast<unsigned>(gen()), n, density, 0.6, round % 3 == 2);
+        th.dblOpt[OPT_ILU_FILLINMIN] = thresholds[gen() % 4];
+        expectSameAsReference(th.get(), *a, "wide round " + std::to_string(round));
+        ++cases;
+    }
     // Wide rows with heavy fill and growth of the pool.
     for (int n : {30, 90}) {
         th.dblOpt[OPT_ILU_FILLINMIN] = 0.0;
@@ -262,7 +272,7 @@ TEST(IluFillIn, MatchesTheReferenceOnRandomMatrices)
         expectSameAsReference(th.get(), *c, "convection-diffusion");
         cases += 2;
     }
-    EXPECT_EQ(cases, 124);
+    EXPECT_EQ(cases, 154);
 }
 
 // Rows whose lower columns lie thousands of columns apart, in a matrix wider than 4096 columns:
