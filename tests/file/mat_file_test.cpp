@@ -6,47 +6,16 @@
 #include <string>
 
 #include "file/file.h"
+#include "file_read_test.h"
 #include "support/support.h"
 
 using kwiltest::Capture;
-using kwiltest::TempDir;
 
 namespace {
 
 const std::string realBanner = "%%MatrixMarket matrix coordinate real general\n";
 
-class MatFile : public testing::Test {
-  protected:
-    void SetUp() override { h = kwiltest::makeHandle(dir); }
-    void TearDown() override { kwilTerm(h); }
-
-    // Reads text as a matrix file; err holds the error lines.
-    ComLinMat* read(const std::string& text, std::string* err = nullptr)
-    {
-        path = dir.write("m.mtx", text);
-        Capture cap;
-        ComLinMat* m = comFileMatRead(h, path.c_str());
-        cap.take();
-        if (err != nullptr)
-            *err = cap.err();
-        return m;
-    }
-    // Expects the read to fail with exactly these error lines ("%s" stands for the path).
-    void expectFail(const std::string& text, std::string lines)
-    {
-        std::string err;
-        ComLinMat* m = read(text, &err);
-        EXPECT_EQ(m, nullptr) << text;
-        comLinMatDelete(h, m);
-        for (size_t at; (at = lines.find("%s")) != std::string::npos;)
-            lines.replace(at, 2, path);
-        EXPECT_EQ(err, lines) << text;
-    }
-
-    TempDir dir;
-    KwilHandle* h = nullptr;
-    std::string path;
-};
+using MatFile = FileReadTest<ComLinMat, comFileMatRead, comLinMatDelete>;
 
 std::string entries(const ComLinMat* m)
 {

@@ -5,10 +5,10 @@
 #include <string>
 
 #include "file/file.h"
+#include "file_read_test.h"
 #include "support/support.h"
 
 using kwiltest::Capture;
-using kwiltest::TempDir;
 
 namespace {
 
@@ -16,36 +16,7 @@ const std::string arrayReal = "%%MatrixMarket matrix array real general\n";
 const std::string arrayComp = "%%MatrixMarket matrix array complex general\n";
 const std::string crdPattern = "%%MatrixMarket matrix coordinate pattern general\n";
 
-class VecFile : public testing::Test {
-  protected:
-    void SetUp() override { h = kwiltest::makeHandle(dir); }
-    void TearDown() override { kwilTerm(h); }
-
-    ComLinVec* read(const std::string& text, std::string* err = nullptr)
-    {
-        path = dir.write("v.mtx", text);
-        Capture cap;
-        ComLinVec* v = comFileVecRead(h, path.c_str());
-        cap.take();
-        if (err != nullptr)
-            *err = cap.err();
-        return v;
-    }
-    void expectFail(const std::string& text, std::string lines)
-    {
-        std::string err;
-        ComLinVec* v = read(text, &err);
-        EXPECT_EQ(v, nullptr) << text;
-        comLinVecDelete(h, v);
-        for (size_t at; (at = lines.find("%s")) != std::string::npos;)
-            lines.replace(at, 2, path);
-        EXPECT_EQ(err, lines) << text;
-    }
-
-    TempDir dir;
-    KwilHandle* h = nullptr;
-    std::string path;
-};
+using VecFile = FileReadTest<ComLinVec, comFileVecRead, comLinVecDelete>;
 
 std::string values(const ComLinVec* v)
 {
