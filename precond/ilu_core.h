@@ -124,7 +124,9 @@ inline bool vanishing(double a)
 }
 inline bool vanishing(const Cplx& a)
 {
-    return (std::fabs(a.real()) < DBL_MIN) & (std::fabs(a.imag()) < DBL_MIN);
+    // Both comparisons, then one test: the bitwise and of the two results keeps it branch-free.
+    return (static_cast<int>(std::fabs(a.real()) < DBL_MIN) &
+            static_cast<int>(std::fabs(a.imag()) < DBL_MIN)) != 0;
 }
 template <class S> S fromParts(double re, double im);
 template <> inline double fromParts<double>(double re, double)
