@@ -161,7 +161,8 @@ bool forcePlans = false;
 // The thread that solves piece c. Pieces are cut in rows, the same for both triangles, and a
 // thread owns the same rows in both: the upper solve then reads, from the intermediate vector of
 // an ILU application, the rows its thread has just written in the lower solve, in its own cache.
-// Piece c of an upper triangle is cut c from the end, so its owner counts down.
+// Piece c of an upper triangle is cut c from the end, so its owner counts down. Over the first
+// segment's pieces the mapping is its own inverse: thread t's first piece is ownerOf(t).
 int ownerOf(const PlatformTrsvPlan* plan, int c)
 {
     return plan->upper ? plan->threads - 1 - c % plan->threads : c % plan->threads;
@@ -343,7 +344,7 @@ ALWAYS_INLINE inline void runThread(const PlatformTrsvPlan* plan, int t, Progres
     for (int u = 0; u < plan->threads; ++u)
         seen[u] = -1;
     auto publish = [&](int s) { progress[t].step.store(s, std::memory_order_release); };
-    const int first = plan->upper ? plan->threads - 1 - t : t; // thread t's first piece
+    const int first = ownerOf(plan, t); // thread t's first piece
     int w = firstWait(plan, plan->chunkStart[first]);
     for (int c = first; c < plan->chunks; c += plan->threads) {
         const int s0 = plan->chunkStart[c];
