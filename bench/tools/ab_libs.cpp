@@ -89,10 +89,10 @@ int main(int argc, char** argv)
     for (const Build& b : builds) {
         std::vector<double> sorted = b.seconds;
         std::sort(sorted.begin(), sorted.end());
-        std::printf("%s: least %.3f s, median %.3f s, in order:", b.name.c_str(), sorted.front(),
-                    sorted[sorted.size() / 2]);
+        std::printf("%s: least %.3f ms, median %.3f ms, in order:", b.name.c_str(),
+                    1e3 * sorted.front(), 1e3 * sorted[sorted.size() / 2]);
         for (double s : b.seconds)
-            std::printf(" %.3f", s);
+            std::printf(" %.3f", 1e3 * s);
         std::printf("\n");
     }
     return 0;
