@@ -91,10 +91,10 @@ void comLinMatTriSolv(KwilHandle* handle, int upper, const ComLinMat* a, int tra
 // memory belongs to the math library.
 struct PlatformTrsvPlan;
 // Plans repeated solves T y = x with the upper (upper non-zero) or lower triangle of A on the
-// current kernel thread count. Null when the kernels run on one thread, when the triangle gains
-// nothing from more, or when memory is short: a null plan stands for the one-thread solve. Writes
-// no line. The plan keeps a copy of the triangle for its threads: it serves A as long as A is
-// unchanged.
+// current kernel thread count, or on one thread when the kernels run on one or the triangle gains
+// nothing from more. Null when memory is short: a null plan stands for the one-thread solve.
+// Writes no line. The plan keeps the reciprocals of the pivots and a copy of the triangle for its
+// threads: it serves A as long as A is unchanged.
 PlatformTrsvPlan* comLinMatTriSolvPlan(KwilHandle* handle, int upper, const ComLinMat* a);
 // Frees a plan; null is allowed.
 void comLinMatTriSolvPlanDelete(KwilHandle* handle, PlatformTrsvPlan* plan);

@@ -55,8 +55,8 @@ PlatformTrsvPlan* comLinMatTriSolvPlan(KwilHandle* handle, int upper, const ComL
         platform_csrtrsv_plan(upper != 0 ? "u" : "l", a->size, a->row, a->col, 0);
     if (plan == nullptr)
         return nullptr;
-    // Each thread gets its rows as a copy of its own; without one (memory short) the threads
-    // read the matrix itself.
+    // The pivots' reciprocals, and each thread's rows as a copy of its own; without them (memory
+    // short) the solves read the matrix itself.
     if (a->dataType == LIN_REAL) {
         platform_dcsrtrsv_plan_pack(plan, a->realData, a->row, a->col);
     } else {

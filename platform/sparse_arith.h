@@ -123,16 +123,59 @@ inline Z recip(Z d)
     return Z{d.real / dd, -d.imag / dd};
 }
 
+// Where the substitutions take each row's pivot t_ii from.
+enum class Pivots {
+    divide,  // the row's stored entry: each row divides by it
+    given,   // an array of the reciprocals, one per row (the division, a bound on rows of few
+             // entries, then leaves the solve)
+    inPlace, // the reciprocal stored in the pivot's own place, in a copy of the triangle
+};
+
+// Position of row i's pivot as the lower solve finds it: the entry of column i right after the
+// strict lower part (and t_{i,i-1}); -1 when there is none.
+inline int lowerPivotAt(int i, const int* ptr, const int* col)
+{
+    const int end = ptr[i + 1] - 1;
+    int q = ptr[i] - 1;
+    while (q < end && col[q] < i)
+        ++q;
+    if (q < end && col[q] == i)
+        ++q;
+    return q < end && col[q] == i + 1 ? q : -1;
+}
+
+// Position of row i's pivot as the upper solve finds it: the last entry of column i + 1
+// (one-based) after the entries left of it; -1 when there is none.
+inline int upperPivotAt(int i, const int* ptr, const int* col)
+{
+    const int end = ptr[i + 1] - 1;
+    int q = ptr[i] - 1;
+    while (q < end && col[q] <= i)
+        ++q;
+    int at = -1;
+    for (; q < end && col[q] == i + 1; ++q)
+        at = q;
+    return at;
+}
+
+// The reciprocal the substitutions use for the pivot at position at (-1: none, which divides by
+// zero).
+template <class V> inline V pivotRecip(const V* val, int at)
+{
+    return recip(at >= 0 ? val[at] : V{});
+}
+
 // Row i of the lower solve T y = x: y_i = (x_i - sum_{j<i} t_ij y_j) / t_ii, stored and
 // returned. prev is y_{i-1} when the caller has it in a register; fresh says it has not, and the
 // row then reads y_{i-1} from y if it needs it. Values and columns are prefetched PREFETCH_BYTES
-// ahead, up to the entry last.
+// ahead, up to the entry last. The pivots come from where P says (rp: the given reciprocals);
+// every source gives the same bits.
 // Each row depends on the one before through t_{i,i-1}; that term is applied last,
 // y_i = s r - (t_{i,i-1} r) y_{i-1} with r = 1 / t_ii, so that only one product and one
 // subtraction lie on the chain from row to row.
-template <class V>
+template <Pivots P, class V>
 ALWAYS_INLINE inline V lowerRow(int i, const V* val, const int* ptr, const int* col, const V* x,
-                                V* y, V prev, bool fresh, int last)
+                                V* y, V prev, bool fresh, int last, const V* rp)
 {
     const int end = ptr[i + 1] - 1;
     int p = ptr[i] - 1;
@@ -144,7 +187,15 @@ ALWAYS_INLINE inline V lowerRow(int i, const V* val, const int* ptr, const int* 
     const bool near = q < end && col[q] == i; // t_{i,i-1}
     if (near)
         ++q;
-    const V r = recip(q < end && col[q] == i + 1 ? val[q] : V{});
+    const bool has = q < end && col[q] == i + 1;
+    V r;
+    if (P == Pivots::given) {
+        r = rp[i];
+    } else if (P == Pivots::inPlace) {
+        r = has ? val[q] : recip(V{});
+    } else {
+        r = recip(has ? val[q] : V{});
+    }
     V t = mul(s, r);
     if (near)
         subMul(t, mul(val[p], r), fresh ? y[i - 1] : prev);
@@ -153,23 +204,34 @@ ALWAYS_INLINE inline V lowerRow(int i, const V* val, const int* ptr, const int* 
 }
 
 // Row i of the upper solve T y = x: y_i = (x_i - sum_{j>i} t_ij y_j) / t_ii, stored and
-// returned; next is y_{i+1} unless fresh, as in lowerRow. The term of t_{i,i+1} is kept out of the
-// row-to-row chain as there. Values and columns are prefetched PREFETCH_BYTES behind, down to the
-// entry first.
-template <class V>
+// returned; next is y_{i+1} unless fresh, and the pivots as in lowerRow. The term of t_{i,i+1} is
+// kept out of the row-to-row chain as there. Values and columns are prefetched PREFETCH_BYTES
+// behind, down to the entry first.
+template <Pivots P, class V>
 ALWAYS_INLINE inline V upperRow(int i, const V* val, const int* ptr, const int* col, const V* x,
-                                V* y, V next, bool fresh, int first)
+                                V* y, V next, bool fresh, int first, const V* rp)
 {
     const int begin = ptr[i] - 1;
     const int end = ptr[i + 1] - 1;
     prefetchBehind(val, col, begin, first);
     int q = begin; // entries left of the diagonal are not referenced
-    while (q < end && col[q] <= i)
-        ++q;
-    V d{};
-    for (; q < end && col[q] == i + 1; ++q)
-        d = val[q];
-    const V r = recip(d);
+    V r;
+    if (P == Pivots::given) {
+        while (q < end && col[q] <= i + 1)
+            ++q;
+        r = rp[i];
+    } else {
+        while (q < end && col[q] <= i)
+            ++q;
+        int at = -1;
+        for (; q < end && col[q] == i + 1; ++q)
+            at = q;
+        if (P == Pivots::inPlace) {
+            r = at >= 0 ? val[at] : recip(V{});
+        } else {
+            r = pivotRecip(val, at);
+        }
+    }
     const bool near = q < end && col[q] == i + 2; // t_{i,i+1}
     V s = x[i];
     for (int p = near ? q + 1 : q; p < end; ++p)
@@ -182,24 +244,25 @@ ALWAYS_INLINE inline V upperRow(int i, const V* val, const int* ptr, const int* 
 }
 
 // Lower solve T y = x, forward, over rows [r0, r1); rows before r0 are read from y. x may be y.
-template <class V>
+// The pivots as in lowerRow.
+template <Pivots P = Pivots::divide, class V>
 ALWAYS_INLINE inline void solveLower(int r0, int r1, const V* val, const int* ptr, const int* col,
-                                     const V* x, V* y, int last)
+                                     const V* x, V* y, int last, const V* rp = nullptr)
 {
     V prev{};
     for (int i = r0; i < r1; ++i)
-        prev = lowerRow(i, val, ptr, col, x, y, prev, i == r0, last);
+        prev = lowerRow<P>(i, val, ptr, col, x, y, prev, i == r0, last, rp);
 }
 
 // Upper solve T y = x, backward, over rows [r0, r1) from r1 - 1 down; rows from r1 on are read
-// from y. x may be y.
-template <class V>
+// from y. x may be y. The pivots as in lowerRow.
+template <Pivots P = Pivots::divide, class V>
 ALWAYS_INLINE inline void solveUpper(int r0, int r1, const V* val, const int* ptr, const int* col,
-                                     const V* x, V* y, int first)
+                                     const V* x, V* y, int first, const V* rp = nullptr)
 {
     V next{};
     for (int i = r1 - 1; i >= r0; --i)
-        next = upperRow(i, val, ptr, col, x, y, next, i == r1 - 1, first);
+        next = upperRow<P>(i, val, ptr, col, x, y, next, i == r1 - 1, first, rp);
 }
 
 } // namespace platform

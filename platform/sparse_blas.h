@@ -34,17 +34,19 @@ void mkl_zcsrtrsv(const char* uplo, const char* transa, const char* diag, const 
                   const PlatformComplex16* a, const int* ia, const int* ja,
                   const PlatformComplex16* x, PlatformComplex16* y);
 
-// Inspector-executor triangular solve (op "n", diag "n") on several threads. The inspector cuts
-// the triangle into chunks of consecutive rows that the threads take in turn; each thread solves
-// its chunks in row order and waits, row by row, only for the rows of other threads that the row
-// reads. Every row is computed exactly as by mkl_dcsrtrsv / mkl_zcsrtrsv, so the results are the
-// same bits. The plan holds no values unless it is packed: the executor takes them at each call.
-// The plan uses the OpenMP runtime's threads and allocates with malloc.
+// Inspector-executor triangular solve (op "n", diag "n") for repeated solves with one triangle,
+// on one or several threads. The inspector cuts the triangle into chunks of consecutive rows that
+// the threads take in turn; each thread solves its chunks in row order and waits, row by row,
+// only for the rows of other threads that the row reads. Every row is computed exactly as by
+// mkl_dcsrtrsv / mkl_zcsrtrsv, so the results are the same bits. The plan holds no values unless
+// it is packed: the executor takes them at each call. The plan uses the OpenMP runtime's threads
+// and allocates with malloc.
 struct PlatformTrsvPlan;
 // Analyses the "l" or "u" triangle of the one-based CSR pattern (m, ia, ja) for nthreads threads
-// (0: the OpenMP thread count, at most the number of processors). Null when one thread is asked
-// for, when the triangle offers too little parallelism to gain
-// from more, or when memory is short: the caller then solves on one thread.
+// (0: the OpenMP thread count, at most the number of processors). The plan is one of one thread
+// when one thread is asked for, when the triangle offers too little parallelism to gain from
+// more, or when memory is short for the threads' schedule. Null only when memory is short for
+// the plan itself: the caller then solves with the sparse BLAS.
 PlatformTrsvPlan* platform_csrtrsv_plan(const char* uplo, int m, const int* ia, const int* ja,
                                         int nthreads);
 void platform_csrtrsv_plan_free(PlatformTrsvPlan* plan);
@@ -58,11 +60,13 @@ void platform_dcsrtrsv_planned(PlatformTrsvPlan* plan, const double* a, const in
 void platform_zcsrtrsv_planned(PlatformTrsvPlan* plan, const PlatformComplex16* a, const int* ia,
                                const int* ja, const PlatformComplex16* x, PlatformComplex16* y);
 
-// Gives the plan each thread's rows of the triangle with values a (and pattern ia, ja, the one the
-// plan was made for) as a contiguous copy of its own: each thread then streams its own storage
-// instead of interleaved stretches of the matrix. The threaded solves read the copies and not the
-// values they are given, so the triangle must not change while the plan lives. Returns 0 when
-// memory is short; the plan then reads the values of each call as before.
+// Gives the plan the values a of the triangle (pattern ia, ja, the one the plan was made for):
+// the reciprocal of every row's pivot, which the planned solves multiply by instead of dividing
+// each row (the same bits, since the substitutions multiply by that reciprocal anyway), and with
+// several threads each thread's rows as a contiguous copy of its own, so that each thread streams
+// its own storage instead of interleaved stretches of the matrix. The planned solves then read
+// these and not the values they are given, so the triangle must not change while the plan lives.
+// Returns 0 when memory is short; the plan then reads the values of each call as before.
 int platform_dcsrtrsv_plan_pack(PlatformTrsvPlan* plan, const double* a, const int* ia,
                                 const int* ja);
 int platform_zcsrtrsv_plan_pack(PlatformTrsvPlan* plan, const PlatformComplex16* a, const int* ia,

@@ -18,7 +18,9 @@
 // visible. That holds for any pattern; the reach only decides how much the threads overlap.
 //
 // The inspector also plays the schedule through with a simple cost per row and per wait that has
-// to stall; when that schedule would not beat one thread clearly, it gives no plan.
+// to stall; when that schedule would not beat one thread clearly, the plan is one of one thread.
+// Either way the plan keeps the reciprocals of the pivots once it is packed, so that no solve
+// divides: on rows of a few entries the divider, not the memory, set the pace.
 #include <omp.h>
 #include <sched.h>
 
@@ -151,6 +153,7 @@ struct PlatformTrsvPlan {
     Wait* waits; // in step order
     Tuner tuner;
     PackedRows* packed; // one per thread, or null: then each solve reads the values it is given
+    void* pivots;       // the reciprocal of each row's pivot, or null: then each row divides
 };
 
 namespace {
@@ -328,7 +331,21 @@ int firstWait(const PlatformTrsvPlan* plan, int s)
     return lo;
 }
 
-// The share of thread t: its pieces in order, each row after its waits.
+// Steps [s, e) of the lower or the upper solve; first and last bound the prefetches of an upper
+// and a lower triangle.
+template <Pivots P, class V>
+ALWAYS_INLINE inline void solveRows(bool upper, int m, int s, int e, const V* a, const int* ia,
+                                    const int* ja, const V* x, V* y, int first, int last)
+{
+    if (upper) {
+        solveUpper<P>(m - e, m - s, a, ia, ja, x, y, first);
+    } else {
+        solveLower<P>(s, e, a, ia, ja, x, y, last);
+    }
+}
+
+// The share of thread t: its pieces in order, each row after its waits. A thread's own copy holds
+// the pivots' reciprocals in their places; without copies the rows divide.
 template <class V>
 ALWAYS_INLINE inline void runThread(const PlatformTrsvPlan* plan, int t, Progress* progress,
                                     const V* a, const int* ia, const int* ja, const V* x, V* y)
@@ -370,10 +387,11 @@ ALWAYS_INLINE inline void runThread(const PlatformTrsvPlan* plan, int t, Progres
             if (w < plan->nwaits && plan->waits[w].at < e)
                 e = plan->waits[w].at;
             // A thread's own copy runs on from one piece into the next: prefetch across them.
-            if (plan->upper) {
-                solveUpper(m - e, m - s, a, ia, ja, x, y, packed ? 0 : ia[m - s1] - 1);
+            if (packed) {
+                solveRows<Pivots::inPlace>(plan->upper, m, s, e, a, ia, ja, x, y, 0, ia[m] - 1);
             } else {
-                solveLower(s, e, a, ia, ja, x, y, ia[packed ? m : s1] - 1);
+                solveRows<Pivots::divide>(plan->upper, m, s, e, a, ia, ja, x, y, ia[m - s1] - 1,
+                                          ia[s1] - 1);
             }
             publish(e - 1);
             s = e;
@@ -397,16 +415,54 @@ TARGET_CLONES void runThreadOf(const PlatformTrsvPlan* plan, int t, Progress* pr
     runThread(plan, t, progress, a, ia, ja, x, y);
 }
 
-// The one-thread solve of the sparse BLAS.
-void solveAlone(const PlatformTrsvPlan* plan, const double* a, const int* ia, const int* ja,
-                const double* x, double* y)
+// The one-thread solves with the pivots' reciprocals; lower and upper apart, as in the sparse
+// BLAS.
+TARGET_CLONES void lowerAloneOf(int m, const double* a, const int* ia, const int* ja,
+                                const double* x, double* y, const double* rp)
+{
+    solveLower<Pivots::given>(0, m, a, ia, ja, x, y, m > 0 ? ia[m] - 1 : 0, rp);
+}
+TARGET_CLONES void lowerAloneOf(int m, const Z* a, const int* ia, const int* ja, const Z* x, Z* y,
+                                const Z* rp)
+{
+    solveLower<Pivots::given>(0, m, a, ia, ja, x, y, m > 0 ? ia[m] - 1 : 0, rp);
+}
+TARGET_CLONES void upperAloneOf(int m, const double* a, const int* ia, const int* ja,
+                                const double* x, double* y, const double* rp)
+{
+    solveUpper<Pivots::given>(0, m, a, ia, ja, x, y, 0, rp);
+}
+TARGET_CLONES void upperAloneOf(int m, const Z* a, const int* ia, const int* ja, const Z* x, Z* y,
+                                const Z* rp)
+{
+    solveUpper<Pivots::given>(0, m, a, ia, ja, x, y, 0, rp);
+}
+
+// The sparse BLAS's one-thread solve.
+void sparseBlasSolve(const PlatformTrsvPlan* plan, const double* a, const int* ia, const int* ja,
+                     const double* x, double* y)
 {
     mkl_dcsrtrsv(plan->upper ? "u" : "l", "n", "n", &plan->m, a, ia, ja, x, y);
 }
-void solveAlone(const PlatformTrsvPlan* plan, const Z* a, const int* ia, const int* ja, const Z* x,
-                Z* y)
+void sparseBlasSolve(const PlatformTrsvPlan* plan, const Z* a, const int* ia, const int* ja,
+                     const Z* x, Z* y)
 {
     mkl_zcsrtrsv(plan->upper ? "u" : "l", "n", "n", &plan->m, a, ia, ja, x, y);
+}
+
+// The one-thread solve: the same rows with the pivots' reciprocals, or the sparse BLAS's.
+template <class V>
+void solveAlone(const PlatformTrsvPlan* plan, const V* a, const int* ia, const int* ja, const V* x,
+                V* y)
+{
+    const auto* rp = static_cast<const V*>(plan->pivots);
+    if (rp == nullptr) {
+        sparseBlasSolve(plan, a, ia, ja, x, y);
+    } else if (plan->upper) {
+        upperAloneOf(plan->m, a, ia, ja, x, y, rp);
+    } else {
+        lowerAloneOf(plan->m, a, ia, ja, x, y, rp);
+    }
 }
 
 template <class V>
@@ -447,6 +503,10 @@ template <class V>
 void solvePlanned(PlatformTrsvPlan* plan, const V* a, const int* ia, const int* ja, const V* x,
                   V* y)
 {
+    if (plan->threads == 1) {
+        solveAlone(plan, a, ia, ja, x, y);
+        return;
+    }
     Tuner& k = plan->tuner;
     if (k.trial == 0 && k.calls++ >= k.interval) {
         k.trial = TRIAL_SOLVES;
@@ -480,8 +540,7 @@ PlatformTrsvPlan* platform_csrtrsv_plan(const char* uplo, int m, const int* ia, 
         nthreads = omp_in_parallel() ? 1 : omp_get_max_threads();
         nthreads = nthreads > procs ? procs : nthreads;
     }
-    if (nthreads < 2 || uplo == nullptr ||
-        (!forcePlans && static_cast<long>(ia[m]) - ia[0] + m < MIN_WORK))
+    if (uplo == nullptr)
         return nullptr;
     auto* plan = allocN<PlatformTrsvPlan>(1);
     if (plan == nullptr)
@@ -490,9 +549,15 @@ PlatformTrsvPlan* platform_csrtrsv_plan(const char* uplo, int m, const int* ia, 
     plan->upper = *uplo == 'u' || *uplo == 'U';
     plan->m = m;
     plan->threads = nthreads > MAX_PLAN_THREADS ? MAX_PLAN_THREADS : nthreads;
-    if (!inspect(plan, StepDeps(plan->upper, m, ia, ja))) {
-        platform_csrtrsv_plan_free(plan);
-        return nullptr;
+    const bool tooSmall = !forcePlans && static_cast<long>(ia[m]) - ia[0] + m < MIN_WORK;
+    if (plan->threads < 2 || tooSmall || !inspect(plan, StepDeps(plan->upper, m, ia, ja))) {
+        // The plan of one thread: no pieces, no waits.
+        std::free(plan->chunkStart);
+        std::free(plan->waits);
+        plan->threads = 1;
+        plan->chunks = plan->nwaits = 0;
+        plan->chunkStart = nullptr;
+        plan->waits = nullptr;
     }
     return plan;
 }
@@ -512,8 +577,11 @@ int* rowOwners(const PlatformTrsvPlan* plan)
     return owner;
 }
 
+// Frees what pack made: the pivots' reciprocals and the per-thread copies.
 void freePacked(PlatformTrsvPlan* plan)
 {
+    std::free(plan->pivots);
+    plan->pivots = nullptr;
     if (plan->packed == nullptr)
         return;
     for (int t = 0; t < plan->threads; ++t) {
@@ -525,9 +593,28 @@ void freePacked(PlatformTrsvPlan* plan)
     plan->packed = nullptr;
 }
 
-template <class V> int pack(PlatformTrsvPlan* plan, const V* a, const int* ia, const int* ja)
+// Position of row i's pivot, as the row substitutions find it; -1 when there is none.
+int pivotAt(const PlatformTrsvPlan* plan, int i, const int* ia, const int* ja)
 {
-    freePacked(plan);
+    return plan->upper ? upperPivotAt(i, ia, ja) : lowerPivotAt(i, ia, ja);
+}
+
+// The reciprocal of every row's pivot.
+template <class V>
+bool invertPivots(PlatformTrsvPlan* plan, const V* a, const int* ia, const int* ja)
+{
+    V* rp = allocN<V>(plan->m);
+    if (rp == nullptr)
+        return false;
+    for (int i = 0; i < plan->m; ++i)
+        rp[i] = pivotRecip(a, pivotAt(plan, i, ia, ja));
+    plan->pivots = rp;
+    return true;
+}
+
+// Each thread's rows as a copy of its own, with each pivot's reciprocal in its place.
+template <class V> bool copyRows(PlatformTrsvPlan* plan, const V* a, const int* ia, const int* ja)
+{
     const int m = plan->m;
     const int nt = plan->threads;
     int* owner = rowOwners(plan);
@@ -550,15 +637,24 @@ template <class V> int pack(PlatformTrsvPlan* plan, const V* a, const int* ia, c
             r.ptr[i] = q + 1;
             if (owner[i] != t)
                 continue;
+            const int at = pivotAt(plan, i, ia, ja);
             for (int p = ia[i] - 1; p < ia[i + 1] - 1; ++p, ++q) {
                 r.col[q] = ja[p];
-                val[q] = a[p];
+                val[q] = p == at ? pivotRecip(a, at) : a[p];
             }
         }
         if (ok)
             r.ptr[m] = q + 1;
     }
     std::free(owner);
+    return ok;
+}
+
+template <class V> int pack(PlatformTrsvPlan* plan, const V* a, const int* ia, const int* ja)
+{
+    freePacked(plan);
+    const bool ok =
+        invertPivots(plan, a, ia, ja) && (plan->threads == 1 || copyRows(plan, a, ia, ja));
     if (!ok)
         freePacked(plan);
     return ok ? 1 : 0;
