@@ -3,7 +3,7 @@
 // by the triad bandwidth measured in the same run.
 //
 // Usage: kwil_iter_bench [-t threads,...] [-m maxstep] [-s solver] [problem...]
-// Problems: cd500 cd1000 cd3d60 helm500 (default: all).
+// Problems: cd500 cd1000 cd3d60 helm500 (default: all); cdN and cd3dN for other grid sizes.
 #include <omp.h>
 #include <unistd.h>
 
@@ -387,12 +387,11 @@ int main(int argc, char** argv)
 
     for (const std::string& name : names) {
         Problem pb{name, nullptr, nullptr, {}};
-        if (name == "cd500")
-            pb.a = convDiff2d(h, 500, 50.0);
-        else if (name == "cd1000")
-            pb.a = convDiff2d(h, 1000, 50.0);
-        else if (name == "cd3d60")
-            pb.a = convDiff3d(h, 60, 50.0);
+        int m = 0;
+        if (sscanf(name.c_str(), "cd3d%d", &m) == 1 && m > 1)
+            pb.a = convDiff3d(h, m, 50.0);
+        else if (sscanf(name.c_str(), "cd%d", &m) == 1 && m > 1)
+            pb.a = convDiff2d(h, m, 50.0);
         else if (name == "helm500")
             pb.a = helmholtz2d(h, 500, 20.0);
         else {

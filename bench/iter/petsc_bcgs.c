@@ -3,7 +3,7 @@
  * -ksp_rtol 1e-10) on the generated problems of kwil_iter_bench, for comparison.
  * Built and run by run_petsc.sh only; nothing in the library's build needs PETSc.
  *
- *   petsc_bcgs [cd500 cd1000 cd3d60 ...]
+ *   petsc_bcgs [cd500 cd1000 cd3d60 ...]   (cdN: 2-D on an N x N grid, cd3dN: 3-D, N^3)
  */
 #include <math.h>
 #include <petscksp.h>
@@ -48,12 +48,11 @@ int main(int argc, char** argv)
            "step[ms]", "true rel");
     for (int i = 1; i < argc; ++i) {
         Mat a;
-        if (!strcmp(argv[i], "cd500"))
-            a = convDiff(500, 2, 50.0);
-        else if (!strcmp(argv[i], "cd1000"))
-            a = convDiff(1000, 2, 50.0);
-        else if (!strcmp(argv[i], "cd3d60"))
-            a = convDiff(60, 3, 50.0);
+        int m = 0;
+        if (sscanf(argv[i], "cd3d%d", &m) == 1 && m > 1)
+            a = convDiff(m, 3, 50.0);
+        else if (sscanf(argv[i], "cd%d", &m) == 1 && m > 1)
+            a = convDiff(m, 2, 50.0);
         else
             continue;
         Vec x, b, r, ones;
