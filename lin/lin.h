@@ -105,6 +105,10 @@ void comLinMatTriSolvPlanned(KwilHandle* handle, int upper, const ComLinMat* a,
 
 // ---- Vector object and arithmetic ------------------------------------------------------------
 
+// Vector work on fewer doubles than this (a copy, a BLAS call) runs on one thread: below it a
+// second thread costs more than it saves (waking it, and the vector's halves in two caches).
+constexpr long LIN_MIN_THREADED_DOUBLES = 1L << 16;
+
 // New vector with uninitialised values; null after an error line.
 ComLinVec* comLinVecCreate(KwilHandle* handle, int dataType, int size);
 // New vector with every entry set to value; null after an error line.

@@ -13,13 +13,11 @@
 
 namespace {
 
-// Copies of at least this many doubles are split among the kernels' threads: a copy of a
-// solver's work vector runs at the speed of memory, which one core does not reach alone.
-constexpr long PARALLEL_COPY_MIN = 1L << 16;
-
+// Long copies are split among the kernels' threads: a copy of a solver's work vector runs at the
+// speed of memory, which one core does not reach alone.
 void copyValues(const double* src, long n, double* dst)
 {
-    const int nt = n < PARALLEL_COPY_MIN || omp_in_parallel() ? 1 : omp_get_max_threads();
+    const int nt = n < LIN_MIN_THREADED_DOUBLES || omp_in_parallel() ? 1 : omp_get_max_threads();
     if (nt <= 1) {
         std::copy(src, src + n, dst);
         return;

@@ -2,11 +2,44 @@
 #include "lin/lin.h"
 
 #include <cblas.h>
+#include <omp.h>
+
+namespace {
+
+long doublesOf(const ComLinVec* x)
+{
+    return static_cast<long>(x->size) * (x->dataType == LIN_REAL ? 1 : 2);
+}
+
+// Holds the OpenMP thread count at one during a BLAS call on a short vector. OpenBLAS splits its
+// level-1 calls from 10 000 entries on, well below LIN_MIN_THREADED_DOUBLES.
+class ShortVectorOneThread {
+  public:
+    explicit ShortVectorOneThread(const ComLinVec* x)
+        : previous_(doublesOf(x) < LIN_MIN_THREADED_DOUBLES ? omp_get_max_threads() : 0)
+    {
+        if (previous_ > 1)
+            omp_set_num_threads(1);
+    }
+    ~ShortVectorOneThread()
+    {
+        if (previous_ > 1)
+            omp_set_num_threads(previous_);
+    }
+    ShortVectorOneThread(const ShortVectorOneThread&) = delete;
+    ShortVectorOneThread& operator=(const ShortVectorOneThread&) = delete;
+
+  private:
+    int previous_; // the count to restore; 0 or 1 when nothing was changed
+};
+
+} // namespace
 
 void comLinVecCalcVec(KwilHandle* handle, ComComplex a, const ComLinVec* x, ComLinVec* y)
 {
     comAssert(handle, x->size == y->size, "Size unmatch in calculate vector vector");
     const int n = x->size;
+    const ShortVectorOneThread threads(x);
     if (x->dataType == LIN_REAL) {
         cblas_daxpy(n, a.re, x->realData, 1, y->realData, 1);
     } else {
@@ -20,6 +53,7 @@ void comLinVecCalcVec2(KwilHandle* handle, ComComplex a, const ComLinVec* x, Com
     comAssert(handle, y->size == x->size && y->size == w->size,
               "Size unmatch in calculate vector vector 2");
     const int n = x->size;
+    const ShortVectorOneThread threads(x);
     // y += b w first, then y += a x: two passes in this order.
     if (x->dataType == LIN_REAL) {
         cblas_daxpy(n, b.re, w->realData, 1, y->realData, 1);
@@ -32,6 +66,7 @@ void comLinVecCalcVec2(KwilHandle* handle, ComComplex a, const ComLinVec* x, Com
 
 void comLinVecCalcScal(KwilHandle*, ComComplex a, ComLinVec* x)
 {
+    const ShortVectorOneThread threads(x);
     if (x->dataType == LIN_REAL) {
         cblas_dscal(x->size, a.re, x->realData, 1);
     } else {
@@ -44,6 +79,7 @@ double comLinVecCalcDotReal(KwilHandle* handle, const ComLinVec* x, const ComLin
     comAssert(handle, x->size == y->size, "Size unmatch in calculate vector dot real");
     comAssert(handle, x->dataType == LIN_REAL && y->dataType == LIN_REAL,
               "Invalid data type in calculate vector dot real");
+    const ShortVectorOneThread threads(x);
     return cblas_ddot(x->size, x->realData, 1, y->realData, 1);
 }
 
@@ -53,6 +89,7 @@ void comLinVecCalcDotCompConj(KwilHandle* handle, const ComLinVec* x, const ComL
     comAssert(handle, x->size == y->size, "Size unmatch in calculate vector dot comp conj");
     comAssert(handle, x->dataType == LIN_COMP && y->dataType == LIN_COMP,
               "Invalid data type in calculate vector dot comp conj");
+    const ShortVectorOneThread threads(x);
     cblas_zdotc_sub(x->size, x->compData, 1, y->compData, 1, result); // sum conj(x_i) y_i
 }
 
@@ -62,6 +99,7 @@ void comLinVecCalcDotCompUnconj(KwilHandle* handle, const ComLinVec* x, const Co
     comAssert(handle, x->size == y->size, "Size unmatch in calculate vector dot comp unconj");
     comAssert(handle, x->dataType == LIN_COMP && y->dataType == LIN_COMP,
               "Invalid data type in calculate vector dot comp unconj");
+    const ShortVectorOneThread threads(x);
     cblas_zdotu_sub(x->size, x->compData, 1, y->compData, 1, result); // sum x_i y_i
 }
 

@@ -155,6 +155,46 @@ TEST(VecCopy, LargeCopiesOnSeveralThreadsMoveEveryValue)
     omp_set_num_threads(previous);
 }
 
+// The BLAS calls on short vectors run on one thread and hand the caller's thread count back;
+// the results match a plain loop at every length and thread count.
+TEST(VecCalc, ShortVectorsLeaveTheCallersThreadCountAsItWas)
+{
+    const int previous = omp_get_max_threads();
+    for (int threads : {1, 2, 3}) {
+        omp_set_num_threads(threads);
+        for (int n : {100, 40000, 70000}) { // complex 40000: 80000 doubles, no longer short
+            for (int type : {LIN_REAL, LIN_COMP}) {
+                SCOPED_TRACE(testing::Message()
+                             << threads << " threads, n " << n << ", type " << type);
+                VecPtr x(comLinVecCreateInit(nullptr, type, n, ComComplex{0.5, 0.25}));
+                VecPtr y(comLinVecCreateInit(nullptr, type, n, ComComplex{1.0, -1.0}));
+                comLinVecCalcVec(nullptr, ComComplex{2.0, 0.0}, x.get(), y.get());
+                EXPECT_EQ(omp_get_max_threads(), threads);
+                comLinVecCalcVec2(nullptr, ComComplex{1.0, 0.0}, x.get(), ComComplex{-1.0, 0.0},
+                                  x.get(), y.get());
+                EXPECT_EQ(omp_get_max_threads(), threads);
+                comLinVecCalcScal(nullptr, ComComplex{0.5, 0.0}, y.get());
+                EXPECT_EQ(omp_get_max_threads(), threads);
+                // y = (y0 + 2 x) / 2: 1 when real, 1 - 0.25 i when complex, in every entry.
+                if (type == LIN_REAL) {
+                    EXPECT_EQ(comLinVecCalcDotReal(nullptr, x.get(), y.get()), 0.5 * n);
+                } else {
+                    ComComplex c{}, u{};
+                    comLinVecCalcDotCompConj(nullptr, x.get(), y.get(), &c);
+                    comLinVecCalcDotCompUnconj(nullptr, x.get(), y.get(), &u);
+                    // (0.5 -+ 0.25 i)(1 - 0.25 i): 0.4375 - 0.375 i and 0.5625 + 0.125 i.
+                    EXPECT_EQ(c.re, 0.4375 * n);
+                    EXPECT_EQ(c.im, -0.375 * n);
+                    EXPECT_EQ(u.re, 0.5625 * n);
+                    EXPECT_EQ(u.im, 0.125 * n);
+                }
+                EXPECT_EQ(omp_get_max_threads(), threads);
+            }
+        }
+    }
+    omp_set_num_threads(previous);
+}
+
 TEST(VecCopyDeathTest, MismatchesAreContractViolations)
 {
     VecPtr a(realVec({1, 2}));
