@@ -220,7 +220,7 @@ TEST_P(Kernels, TransposedProductOfABandedMatrixWithStrayEntries)
     // few far entries in the middle of the rows reach across blocks as well.
     const Case c = GetParam();
     Threads threads(c.threads);
-    const int n = 6000;
+    const int n = 10000; // enough entries for the product to use its threads
     std::vector<lintest::Entry> e;
     for (int i = 1; i <= n; ++i) {
         for (int j = std::max(1, i - 3); j <= std::min(n, i + 3); ++j) {
