@@ -156,7 +156,7 @@ TEST(VecCopy, LargeCopiesOnSeveralThreadsMoveEveryValue)
 }
 
 // The BLAS calls on short vectors run on one thread and hand the caller's thread count back;
-// the results match a plain loop at every length and thread count.
+// at every length and thread count the results are the exact values (all sums are exact here).
 TEST(VecCalc, ShortVectorsLeaveTheCallersThreadCountAsItWas)
 {
     const int previous = omp_get_max_threads();
