@@ -147,12 +147,17 @@ void expectOnes(const std::vector<Cplx>& x, double tol)
 const std::vector<Entry> kSingular = {{0, 0, 1.0}, {0, 1, 2.0}, {0, 2, 3.0}, {1, 1, 3.0},
                                       {1, 0, 1.0}, {2, 0, 1.0}, {2, 1, 2.0}, {2, 2, 3.0}};
 const std::vector<Cplx> kSingularB = {1.0, 1.0, 2.0};
+// Rows 0 and 1 equal, row 2 apart: whatever the pivot order and the BLAS kernels, the second of
+// the equal rows is reduced to exact zeros (kSingular's third row reaches its zero through
+// updates that the BLAS of some processors round differently for the two equal rows).
+const std::vector<Entry> kEqualRows = {{0, 0, 2.0}, {0, 1, 1.0}, {1, 0, 2.0}, {1, 1, 1.0},
+                                       {2, 2, 4.0}};
 // Row 1 holds no entry at all: structurally singular.
 const std::vector<Entry> kEmptyRow = {{0, 0, 2.0}, {0, 2, 1.0}, {2, 0, 1.0}, {2, 2, 2.0}};
 
 TEST_F(Faults, SingularMatrixDirectReportsTheNumericalFactorisation)
 {
-    const Outcome o = solve("SOLVER 10\n", 3, kSingular, kSingularB, false);
+    const Outcome o = solve("SOLVER 10\n", 3, kEqualRows, kSingularB, false);
     EXPECT_EQ(o.result, 0);
     EXPECT_EQ(o.err, (Lines{"KWILERR: PARDISO error in numerical factorization code -4",
                             "KWILERR: PARDISO error: zero pivot, numerical factorization or "
@@ -170,13 +175,20 @@ TEST_F(Faults, StructurallySingularMatrixDirectReportsTheNumericalFactorisation)
 
 TEST_F(Faults, SingularMatrixIterativeEndsWithTheNanStop)
 {
-    // The inconsistent system drives the Krylov scalars to 0 / 0 within a few steps.
-    const Outcome st = solve("SOLVER 0\n", 3, kSingular, kSingularB, false);
-    EXPECT_EQ(st.result, 0);
-    EXPECT_EQ(st.err, (Lines{"KWILERR: Norm nan error in iter stab step 8"}));
-    const Outcome sf = solve("SOLVER 1\n", 3, kSingular, kSingularB, false);
-    EXPECT_EQ(sf.result, 0);
-    EXPECT_EQ(sf.err, (Lines{"KWILERR: Norm nan error in iter safe step 3"}));
+    // The inconsistent system drives the Krylov scalars to 0 / 0 within a few steps. The step
+    // depends on the rounding of OpenBLAS's kernels for the processor (stab: 8 with its Haswell
+    // and Zen kernels, 13 with its AVX-512 ones, 15 with its SSE3 ones).
+    for (const char* solver : {"stab", "safe"}) {
+        const Outcome o =
+            solve(std::string("SOLVER ") + (solver[1] == 't' ? "0" : "1") + "\n", 3, kSingular,
+                  kSingularB, false);
+        EXPECT_EQ(o.result, 0);
+        ASSERT_EQ(o.err.size(), 1u) << solver;
+        const std::string head = std::string("KWILERR: Norm nan error in iter ") + solver + " step ";
+        ASSERT_EQ(o.err[0].rfind(head, 0), 0u) << o.err[0];
+        const int step = std::stoi(o.err[0].substr(head.size()));
+        EXPECT_TRUE(step >= 1 && step <= 30) << o.err[0];
+    }
     // Without the NaN, the step limit ends it.
     const Outcome lim = solve("SOLVER 0\nITER_MAXSTEP 4\n", 3, kSingular, kSingularB, false);
     EXPECT_EQ(lim.result, 0);
