@@ -510,8 +510,10 @@ TEST_P(Correction, ReplacesTheRecurrenceResidualAtItsInterval)
         EXPECT_NEAR(hookSeen[i].second, hookTrue[i], 1e-6 * hookTrue[i] + rounding)
             << hookSeen[i].first;
     }
+    // Without it the recurrence residual ends far below the true one: 3e-4 of it with
+    // OpenBLAS's Haswell kernels, 7e-4 with its SSE3 ones.
     recordRun(p, GetParam().fn, 0, 150);
-    EXPECT_LT(hookSeen.back().second, 1e-3 * hookTrue.back());
+    EXPECT_LT(hookSeen.back().second, 1e-2 * hookTrue.back());
 }
 
 INSTANTIATE_TEST_SUITE_P(Stab, Correction, ::testing::ValuesIn(kinds, kinds + 2), kindName);
