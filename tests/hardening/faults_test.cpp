@@ -178,13 +178,16 @@ TEST_F(Faults, SingularMatrixIterativeEndsWithTheNanStop)
     // The inconsistent system drives the Krylov scalars to 0 / 0 within a few steps. The step
     // depends on the rounding of OpenBLAS's kernels for the processor (stab: 8 with its Haswell
     // and Zen kernels, 13 with its AVX-512 ones, 15 with its SSE3 ones).
-    for (const char* solver : {"stab", "safe"}) {
-        const Outcome o =
-            solve(std::string("SOLVER ") + (solver[1] == 't' ? "0" : "1") + "\n", 3, kSingular,
-                  kSingularB, false);
+    const struct {
+        const char* options;
+        const char* name;
+    } solvers[] = {{"SOLVER 0\n", "stab"}, {"SOLVER 1\n", "safe"}};
+    for (const auto& solver : solvers) {
+        const Outcome o = solve(solver.options, 3, kSingular, kSingularB, false);
         EXPECT_EQ(o.result, 0);
-        ASSERT_EQ(o.err.size(), 1u) << solver;
-        const std::string head = std::string("KWILERR: Norm nan error in iter ") + solver + " step ";
+        ASSERT_EQ(o.err.size(), 1u) << solver.name;
+        const std::string head =
+            std::string("KWILERR: Norm nan error in iter ") + solver.name + " step ";
         ASSERT_EQ(o.err[0].rfind(head, 0), 0u) << o.err[0];
         const int step = std::stoi(o.err[0].substr(head.size()));
         EXPECT_TRUE(step >= 1 && step <= 30) << o.err[0];
