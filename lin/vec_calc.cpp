@@ -105,6 +105,7 @@ void comLinVecCalcDotCompUnconj(KwilHandle* handle, const ComLinVec* x, const Co
 
 double comLinVecCalcNorm2(KwilHandle*, const ComLinVec* x)
 {
+    const ShortVectorOneThread threads(x);
     if (x->dataType == LIN_REAL)
         return cblas_dnrm2(x->size, x->realData, 1);
     return cblas_dznrm2(x->size, x->compData, 1);

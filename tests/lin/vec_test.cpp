@@ -156,7 +156,7 @@ TEST(VecCopy, LargeCopiesOnSeveralThreadsMoveEveryValue)
 }
 
 // The BLAS calls on short vectors run on one thread and hand the caller's thread count back;
-// at every length and thread count the results are the exact values (all sums are exact here).
+// at every length and thread count the results are right (the dots exactly: their sums are exact).
 TEST(VecCalc, ShortVectorsLeaveTheCallersThreadCountAsItWas)
 {
     const int previous = omp_get_max_threads();
@@ -174,6 +174,12 @@ TEST(VecCalc, ShortVectorsLeaveTheCallersThreadCountAsItWas)
                                   x.get(), y.get());
                 EXPECT_EQ(omp_get_max_threads(), threads);
                 comLinVecCalcScal(nullptr, ComComplex{0.5, 0.0}, y.get());
+                EXPECT_EQ(omp_get_max_threads(), threads);
+                // |y|^2 = n (real) or 1.0625 n (complex): compared with a tolerance, since the
+                // square root and OpenBLAS's scaled sum round.
+                const double norm = comLinVecCalcNorm2(nullptr, y.get());
+                EXPECT_NEAR(norm, std::sqrt((type == LIN_REAL ? 1.0 : 1.0625) * n),
+                            1e-12 * std::sqrt(n));
                 EXPECT_EQ(omp_get_max_threads(), threads);
                 // y = (y0 + 2 x) / 2: 1 when real, 1 - 0.25 i when complex, in every entry.
                 if (type == LIN_REAL) {
