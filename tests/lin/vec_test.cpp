@@ -350,6 +350,43 @@ TEST(VecCalc, NormIsTheBlasNormNotTheRootOfADot)
     EXPECT_DOUBLE_EQ(comLinVecCalcNorm2(nullptr, cbig.get()), std::sqrt(2.0) * 1e200);
 }
 
+// Long vectors take their norm in stretches, one a thread: the stretches must cover every entry
+// once, and folding their norms must neither overflow, underflow nor lose a NaN.
+TEST(VecCalc, NormOfALongVectorIsRightOnEveryThreadCount)
+{
+    const int previous = omp_get_max_threads();
+    const int n = 100003; // odd, so that no stretch boundary falls on a round index
+    for (int threads : {1, 2, 3}) {
+        omp_set_num_threads(threads);
+        for (int type : {LIN_REAL, LIN_COMP}) {
+            SCOPED_TRACE(testing::Message() << threads << " threads, type " << type);
+            const int width = type == LIN_REAL ? 1 : 2;
+            VecPtr x(comLinVecCreateInit(nullptr, type, n, ComComplex{0.0, 0.0}));
+            double* v = type == LIN_REAL ? x->realData : x->compData;
+            long double squares = 0;
+            for (long i = 0; i < static_cast<long>(n) * width; ++i) {
+                v[i] = 1.0 + static_cast<double>(i % 7); // a miscount of any stretch shows
+                squares += static_cast<long double>(v[i]) * v[i];
+            }
+            const double exact = static_cast<double>(std::sqrt(squares));
+            EXPECT_NEAR(comLinVecCalcNorm2(nullptr, x.get()), exact, 1e-14 * exact);
+
+            for (double scale : {1e200, 1e-200}) { // squares overflow, or underflow to nothing
+                comLinVecCalcScal(nullptr, ComComplex{scale, 0.0}, x.get());
+                EXPECT_NEAR(comLinVecCalcNorm2(nullptr, x.get()) / scale, exact, 1e-13 * exact);
+                comLinVecCalcScal(nullptr, ComComplex{1.0 / scale, 0.0}, x.get());
+            }
+
+            // An infinity early and a NaN late: the norm is NaN, as the whole vector's would be.
+            v[0] = std::numeric_limits<double>::infinity();
+            EXPECT_TRUE(std::isinf(comLinVecCalcNorm2(nullptr, x.get())));
+            v[static_cast<long>(n) * width - 1] = std::nan("");
+            EXPECT_TRUE(std::isnan(comLinVecCalcNorm2(nullptr, x.get())));
+        }
+    }
+    omp_set_num_threads(previous);
+}
+
 TEST(VecCalcDeathTest, SizeAndTypeChecks)
 {
     VecPtr r2(realVec({1, 2}));
