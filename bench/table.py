@@ -336,7 +336,8 @@ def main():
         probs = probs[:4]
     print(f"repeats: {args.repeat} (runs over {BIG_SECONDS:.0f} s: {args.repeat_big}); "
           f"threads: {' '.join(map(str, args.threads))}; tolerance {TOL}; b = A·1 ; "
-          f"OMP_WAIT_POLICY={os.environ.get('OMP_WAIT_POLICY', '')}", flush=True)
+          f"OMP_WAIT_POLICY={os.environ.get('OMP_WAIT_POLICY', '(unset: the runtime default)')}",
+          flush=True)
 
     if "kernels" in sections:
         kernels(args)
