@@ -1,4 +1,10 @@
 // Vector arithmetic: axpy, the two-term update, scaling, dot products and the 2-norm over BLAS.
+//
+// On long vectors each call is split over the kernels' threads: every thread makes the BLAS call
+// on its own stretch of the vectors (inside the parallel region OpenBLAS runs on one thread), and
+// the dots and norms fold the stretches' results in thread order. OpenBLAS splits the calls
+// itself too, but computes a norm on one thread and, here, scales a vector on two threads more
+// slowly than on one. The updates give the same bits either way, as they work entry by entry.
 #include "lin/lin.h"
 
 #include <cblas.h>
@@ -7,6 +13,9 @@
 #include <cmath>
 
 namespace {
+
+// Most threads a call is split over; the dots and norms keep one result a thread on the stack.
+constexpr int MAX_STRETCHES = 256;
 
 long doublesOf(const ComLinVec* x)
 {
@@ -35,41 +44,49 @@ class ShortVectorOneThread {
     int previous_; // the count to restore; 0 or 1 when nothing was changed
 };
 
-// Most threads a norm is split over; their parts live in an array of this length on the stack.
-constexpr int MAX_NORM_THREADS = 256;
-
-// The BLAS 2-norm of n entries, each of `width` doubles (1 real, 2 complex), split over the
-// kernels' threads on long vectors: OpenBLAS computes a norm on one thread, at about a third of
-// the speed of a dot product here. Each thread takes the BLAS norm of its own stretch, and the
-// parts are folded with hypot in thread order, which overflows or underflows only where the norm
-// does. A NaN in any part makes the norm NaN, as the BLAS norm of the whole vector would be.
-template <class BlasNorm> double splitNorm(int n, int width, BlasNorm blasNorm)
+// Calls call(t, begin, count) for the stretches of x's entries, one a thread on a long vector
+// (they start on 64-byte lines where the vector does), the whole vector as stretch 0 on a short
+// one. Returns the number of stretches.
+template <class Call> int onStretches(const ComLinVec* x, Call call)
 {
-    const long doubles = static_cast<long>(n) * width;
-    int nt = doubles < LIN_MIN_THREADED_DOUBLES || omp_in_parallel() ? 1 : omp_get_max_threads();
-    nt = nt > MAX_NORM_THREADS ? MAX_NORM_THREADS : nt;
-    if (nt <= 1)
-        return blasNorm(0, n);
-    double part[MAX_NORM_THREADS];
-    int parts = 1;
+    const long n = x->size;
+    int nt =
+        doublesOf(x) < LIN_MIN_THREADED_DOUBLES || omp_in_parallel() ? 1 : omp_get_max_threads();
+    nt = nt > MAX_STRETCHES ? MAX_STRETCHES : nt;
+    if (nt <= 1) {
+        const ShortVectorOneThread threads(x);
+        call(0, 0L, static_cast<int>(n));
+        return 1;
+    }
+    int stretches = 1;
 #pragma omp parallel num_threads(nt)
     {
         const long t = omp_get_thread_num(), count = omp_get_num_threads();
-        // Stretches start on 64-byte lines where the vector does.
-        const long align = width == 1 ? 8 : 4;
+        const long align = x->dataType == LIN_REAL ? 8 : 4;
         const long begin = t == 0 ? 0 : (n * t / count) / align * align;
         const long end = t + 1 == count ? n : (n * (t + 1) / count) / align * align;
-        part[t] = blasNorm(static_cast<int>(begin), static_cast<int>(end - begin));
+        call(static_cast<int>(t), begin, static_cast<int>(end - begin));
         if (t == 0)
-            parts = static_cast<int>(count);
+            stretches = static_cast<int>(count);
     }
-    double norm = part[0];
-    bool nan = std::isnan(norm);
+    return stretches;
+}
+
+// Entry `begin` of a vector's values (complex entries are two doubles).
+inline double* at(const ComLinVec* x, long begin)
+{
+    return x->dataType == LIN_REAL ? x->realData + begin : x->compData + 2 * begin;
+}
+
+// The sum of the stretches' complex dots, in thread order.
+void sumParts(const ComComplex* part, int parts, ComComplex* result)
+{
+    ComComplex s = part[0];
     for (int t = 1; t < parts; ++t) {
-        nan = nan || std::isnan(part[t]);
-        norm = std::hypot(norm, part[t]);
+        s.re += part[t].re;
+        s.im += part[t].im;
     }
-    return nan ? std::nan("") : norm;
+    *result = s;
 }
 
 } // namespace
@@ -77,13 +94,14 @@ template <class BlasNorm> double splitNorm(int n, int width, BlasNorm blasNorm)
 void comLinVecCalcVec(KwilHandle* handle, ComComplex a, const ComLinVec* x, ComLinVec* y)
 {
     comAssert(handle, x->size == y->size, "Size unmatch in calculate vector vector");
-    const int n = x->size;
-    const ShortVectorOneThread threads(x);
-    if (x->dataType == LIN_REAL) {
-        cblas_daxpy(n, a.re, x->realData, 1, y->realData, 1);
-    } else {
-        cblas_zaxpy(n, &a, x->compData, 1, y->compData, 1);
-    }
+    const bool real = x->dataType == LIN_REAL;
+    onStretches(x, [&](int, long begin, int count) {
+        if (real) {
+            cblas_daxpy(count, a.re, at(x, begin), 1, at(y, begin), 1);
+        } else {
+            cblas_zaxpy(count, &a, at(x, begin), 1, at(y, begin), 1);
+        }
+    });
 }
 
 void comLinVecCalcVec2(KwilHandle* handle, ComComplex a, const ComLinVec* x, ComComplex b,
@@ -91,26 +109,29 @@ void comLinVecCalcVec2(KwilHandle* handle, ComComplex a, const ComLinVec* x, Com
 {
     comAssert(handle, y->size == x->size && y->size == w->size,
               "Size unmatch in calculate vector vector 2");
-    const int n = x->size;
-    const ShortVectorOneThread threads(x);
-    // y += b w first, then y += a x: two passes in this order.
-    if (x->dataType == LIN_REAL) {
-        cblas_daxpy(n, b.re, w->realData, 1, y->realData, 1);
-        cblas_daxpy(n, a.re, x->realData, 1, y->realData, 1);
-    } else {
-        cblas_zaxpy(n, &b, w->compData, 1, y->compData, 1);
-        cblas_zaxpy(n, &a, x->compData, 1, y->compData, 1);
-    }
+    const bool real = x->dataType == LIN_REAL;
+    // y += b w first, then y += a x: two passes in this order over each stretch.
+    onStretches(x, [&](int, long begin, int count) {
+        if (real) {
+            cblas_daxpy(count, b.re, at(w, begin), 1, at(y, begin), 1);
+            cblas_daxpy(count, a.re, at(x, begin), 1, at(y, begin), 1);
+        } else {
+            cblas_zaxpy(count, &b, at(w, begin), 1, at(y, begin), 1);
+            cblas_zaxpy(count, &a, at(x, begin), 1, at(y, begin), 1);
+        }
+    });
 }
 
 void comLinVecCalcScal(KwilHandle*, ComComplex a, ComLinVec* x)
 {
-    const ShortVectorOneThread threads(x);
-    if (x->dataType == LIN_REAL) {
-        cblas_dscal(x->size, a.re, x->realData, 1);
-    } else {
-        cblas_zscal(x->size, &a, x->compData, 1);
-    }
+    const bool real = x->dataType == LIN_REAL;
+    onStretches(x, [&](int, long begin, int count) {
+        if (real) {
+            cblas_dscal(count, a.re, at(x, begin), 1);
+        } else {
+            cblas_zscal(count, &a, at(x, begin), 1);
+        }
+    });
 }
 
 double comLinVecCalcDotReal(KwilHandle* handle, const ComLinVec* x, const ComLinVec* y)
@@ -118,8 +139,14 @@ double comLinVecCalcDotReal(KwilHandle* handle, const ComLinVec* x, const ComLin
     comAssert(handle, x->size == y->size, "Size unmatch in calculate vector dot real");
     comAssert(handle, x->dataType == LIN_REAL && y->dataType == LIN_REAL,
               "Invalid data type in calculate vector dot real");
-    const ShortVectorOneThread threads(x);
-    return cblas_ddot(x->size, x->realData, 1, y->realData, 1);
+    double part[MAX_STRETCHES];
+    const int parts = onStretches(x, [&](int t, long begin, int count) {
+        part[t] = cblas_ddot(count, at(x, begin), 1, at(y, begin), 1);
+    });
+    double s = part[0];
+    for (int t = 1; t < parts; ++t)
+        s += part[t];
+    return s;
 }
 
 void comLinVecCalcDotCompConj(KwilHandle* handle, const ComLinVec* x, const ComLinVec* y,
@@ -128,8 +155,11 @@ void comLinVecCalcDotCompConj(KwilHandle* handle, const ComLinVec* x, const ComL
     comAssert(handle, x->size == y->size, "Size unmatch in calculate vector dot comp conj");
     comAssert(handle, x->dataType == LIN_COMP && y->dataType == LIN_COMP,
               "Invalid data type in calculate vector dot comp conj");
-    const ShortVectorOneThread threads(x);
-    cblas_zdotc_sub(x->size, x->compData, 1, y->compData, 1, result); // sum conj(x_i) y_i
+    ComComplex part[MAX_STRETCHES];
+    const int parts = onStretches(x, [&](int t, long begin, int count) {
+        cblas_zdotc_sub(count, at(x, begin), 1, at(y, begin), 1, &part[t]); // sum conj(x_i) y_i
+    });
+    sumParts(part, parts, result);
 }
 
 void comLinVecCalcDotCompUnconj(KwilHandle* handle, const ComLinVec* x, const ComLinVec* y,
@@ -138,21 +168,27 @@ void comLinVecCalcDotCompUnconj(KwilHandle* handle, const ComLinVec* x, const Co
     comAssert(handle, x->size == y->size, "Size unmatch in calculate vector dot comp unconj");
     comAssert(handle, x->dataType == LIN_COMP && y->dataType == LIN_COMP,
               "Invalid data type in calculate vector dot comp unconj");
-    const ShortVectorOneThread threads(x);
-    cblas_zdotu_sub(x->size, x->compData, 1, y->compData, 1, result); // sum x_i y_i
+    ComComplex part[MAX_STRETCHES];
+    const int parts = onStretches(x, [&](int t, long begin, int count) {
+        cblas_zdotu_sub(count, at(x, begin), 1, at(y, begin), 1, &part[t]); // sum x_i y_i
+    });
+    sumParts(part, parts, result);
 }
 
+// The stretches' norms are folded with hypot, which overflows or underflows only where the norm
+// itself does; a NaN in any stretch makes the norm NaN, as the BLAS norm of the whole vector is.
 double comLinVecCalcNorm2(KwilHandle*, const ComLinVec* x)
 {
-    const ShortVectorOneThread threads(x);
-    if (x->dataType == LIN_REAL) {
-        const double* v = x->realData;
-        return splitNorm(x->size, 1, [v](int begin, int count) {
-            return cblas_dnrm2(count, v + begin, 1);
-        });
-    }
-    const double* v = x->compData;
-    return splitNorm(x->size, 2, [v](int begin, int count) {
-        return cblas_dznrm2(count, v + 2L * begin, 1);
+    const bool real = x->dataType == LIN_REAL;
+    double part[MAX_STRETCHES];
+    const int parts = onStretches(x, [&](int t, long begin, int count) {
+        part[t] = real ? cblas_dnrm2(count, at(x, begin), 1) : cblas_dznrm2(count, at(x, begin), 1);
     });
+    double norm = part[0];
+    bool nan = std::isnan(norm);
+    for (int t = 1; t < parts; ++t) {
+        nan = nan || std::isnan(part[t]);
+        norm = std::hypot(norm, part[t]);
+    }
+    return nan ? std::nan("") : norm;
 }

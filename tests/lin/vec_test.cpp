@@ -350,9 +350,10 @@ TEST(VecCalc, NormIsTheBlasNormNotTheRootOfADot)
     EXPECT_DOUBLE_EQ(comLinVecCalcNorm2(nullptr, cbig.get()), std::sqrt(2.0) * 1e200);
 }
 
-// Long vectors take their norm in stretches, one a thread: the stretches must cover every entry
-// once, and folding their norms must neither overflow, underflow nor lose a NaN.
-TEST(VecCalc, NormOfALongVectorIsRightOnEveryThreadCount)
+// Long vectors are worked on in stretches, one a thread: the stretches must cover every entry
+// once, the two-term update must keep its order in each, and folding the stretches' norms must
+// neither overflow, underflow nor lose a NaN.
+TEST(VecCalc, LongVectorCallsAreRightOnEveryThreadCount)
 {
     const int previous = omp_get_max_threads();
     const int n = 100003; // odd, so that no stretch boundary falls on a round index
@@ -361,10 +362,36 @@ TEST(VecCalc, NormOfALongVectorIsRightOnEveryThreadCount)
         for (int type : {LIN_REAL, LIN_COMP}) {
             SCOPED_TRACE(testing::Message() << threads << " threads, type " << type);
             const int width = type == LIN_REAL ? 1 : 2;
+            const long doubles = static_cast<long>(n) * width;
             VecPtr x(comLinVecCreateInit(nullptr, type, n, ComComplex{0.0, 0.0}));
+            VecPtr y(comLinVecCreateInit(nullptr, type, n, ComComplex{1.0, 1.0}));
+            VecPtr w(comLinVecCreateInit(nullptr, type, n, ComComplex{0x1p53, 0x1p53}));
             double* v = type == LIN_REAL ? x->realData : x->compData;
+            double* u = type == LIN_REAL ? y->realData : y->compData;
+
+            // With w = -2^53: y = (1 + 2^53) - 2^53 = 0 only when the second term goes first.
+            comLinVecCalcScal(nullptr, ComComplex{-1.0, 0.0}, w.get());
+            comLinVecCalcVec2(nullptr, ComComplex{1.0, 0.0}, w.get(), ComComplex{-1.0, 0.0},
+                              w.get(), y.get());
+            long wrong = 0;
+            for (long i = 0; i < doubles; ++i)
+                wrong += u[i] != 0.0;
+            EXPECT_EQ(wrong, 0);
+            for (long i = 0; i < doubles; ++i)
+                v[i] = static_cast<double>(i);
+            comLinVecCalcVec(nullptr, ComComplex{0.5, 0.0}, x.get(), y.get());
+            comLinVecCalcScal(nullptr, ComComplex{4.0, 0.0}, y.get());
+            for (long i = 0; i < doubles; ++i)
+                wrong += u[i] != 2.0 * static_cast<double>(i);
+            EXPECT_EQ(wrong, 0);
+            if (type == LIN_REAL) { // sum 2 i^2 over the entries, exact in doubles
+                const double m = doubles - 1.0;
+                EXPECT_EQ(comLinVecCalcDotReal(nullptr, x.get(), y.get()),
+                          m * (m + 1) * (2 * m + 1) / 3);
+            }
+
             long double squares = 0;
-            for (long i = 0; i < static_cast<long>(n) * width; ++i) {
+            for (long i = 0; i < doubles; ++i) {
                 v[i] = 1.0 + static_cast<double>(i % 7); // a miscount of any stretch shows
                 squares += static_cast<long double>(v[i]) * v[i];
             }
@@ -380,7 +407,7 @@ TEST(VecCalc, NormOfALongVectorIsRightOnEveryThreadCount)
             // An infinity early and a NaN late: the norm is NaN, as the whole vector's would be.
             v[0] = std::numeric_limits<double>::infinity();
             EXPECT_TRUE(std::isinf(comLinVecCalcNorm2(nullptr, x.get())));
-            v[static_cast<long>(n) * width - 1] = std::nan("");
+            v[doubles - 1] = std::nan("");
             EXPECT_TRUE(std::isnan(comLinVecCalcNorm2(nullptr, x.get())));
         }
     }
