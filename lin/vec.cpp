@@ -7,32 +7,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include <omp.h>
-
 #include "common/own.h"
-
-namespace {
-
-// Long copies are split among the kernels' threads: a copy of a solver's work vector runs at the
-// speed of memory, which one core does not reach alone.
-void copyValues(const double* src, long n, double* dst)
-{
-    const int nt = n < LIN_MIN_THREADED_DOUBLES || omp_in_parallel() ? 1 : omp_get_max_threads();
-    if (nt <= 1) {
-        std::copy(src, src + n, dst);
-        return;
-    }
-#pragma omp parallel num_threads(nt)
-    {
-        // Pieces start on 64-byte lines where the arrays do.
-        const long t = omp_get_thread_num(), count = omp_get_num_threads();
-        const long begin = t == 0 ? 0 : (n * t / count) & ~7L;
-        const long end = t + 1 == count ? n : (n * (t + 1) / count) & ~7L;
-        std::copy(src + begin, src + end, dst + begin);
-    }
-}
-
-} // namespace
+#include "lin/vec_stretches.h"
 
 ComLinVec* comLinVecCreate(KwilHandle* handle, int dataType, int size)
 {
@@ -105,11 +81,13 @@ void comLinVecCopy(KwilHandle* handle, const ComLinVec* src, ComLinVec* dst)
 {
     comAssert(handle, src->size == dst->size, "Size unmatch in copy vector");
     comAssert(handle, src->dataType == dst->dataType, "Data type unmatch in copy vector");
-    if (src->dataType == LIN_REAL) {
-        copyValues(src->realData, src->size, dst->realData);
-    } else {
-        copyValues(src->compData, 2L * src->size, dst->compData);
-    }
+    // Long copies are split among the kernels' threads: a copy of a solver's work vector runs
+    // at the speed of memory, which one core does not reach alone.
+    const long width = src->dataType == LIN_REAL ? 1 : 2;
+    linVecStretches(src, linVecThreads(src), [&](int, long begin, int count) {
+        const double* from = linVecAt(src, begin);
+        std::copy(from, from + width * count, linVecAt(dst, begin));
+    });
 }
 
 int comLinVecParamCheckDispShift(KwilHandle* handle, const ComLinVec* vec, int pos, int showPos,

@@ -12,75 +12,55 @@
 
 #include <cmath>
 
+#include "lin/vec_stretches.h"
+
 namespace {
 
 // Most threads a call is split over; the dots and norms keep one result a thread on the stack.
 constexpr int MAX_STRETCHES = 256;
 
-long doublesOf(const ComLinVec* x)
-{
-    return static_cast<long>(x->size) * (x->dataType == LIN_REAL ? 1 : 2);
-}
-
-// Holds the OpenMP thread count at one during a BLAS call on a short vector. OpenBLAS splits its
-// level-1 calls from 10 000 entries on, well below LIN_MIN_THREADED_DOUBLES.
-class ShortVectorOneThread {
+// Holds the OpenMP thread count at one while it lives, so that a BLAS call made on one stretch
+// stays on this thread: OpenBLAS splits its level-1 calls from 10 000 entries on, well below
+// LIN_MIN_THREADED_DOUBLES.
+class OneThread {
   public:
-    explicit ShortVectorOneThread(const ComLinVec* x)
-        : previous_(doublesOf(x) < LIN_MIN_THREADED_DOUBLES ? omp_get_max_threads() : 0)
+    OneThread() : previous_(omp_get_max_threads())
     {
         if (previous_ > 1)
             omp_set_num_threads(1);
     }
-    ~ShortVectorOneThread()
+    ~OneThread()
     {
         if (previous_ > 1)
             omp_set_num_threads(previous_);
     }
-    ShortVectorOneThread(const ShortVectorOneThread&) = delete;
-    ShortVectorOneThread& operator=(const ShortVectorOneThread&) = delete;
+    OneThread(const OneThread&) = delete;
+    OneThread& operator=(const OneThread&) = delete;
 
   private:
-    int previous_; // the count to restore; 0 or 1 when nothing was changed
+    int previous_; // the count to restore
 };
 
-// Calls call(t, begin, count) for the stretches of x's entries, one a thread on a long vector
-// (they start on 64-byte lines where the vector does), the whole vector as stretch 0 on a short
-// one. Returns the number of stretches.
+// Calls call(t, begin, count) on the stretches of x (see linVecStretches) and returns their
+// number; a vector worked on in one stretch is worked on by this thread alone.
 template <class Call> int onStretches(const ComLinVec* x, Call call)
 {
-    const long n = x->size;
-    int nt =
-        doublesOf(x) < LIN_MIN_THREADED_DOUBLES || omp_in_parallel() ? 1 : omp_get_max_threads();
-    nt = nt > MAX_STRETCHES ? MAX_STRETCHES : nt;
-    if (nt <= 1) {
-        const ShortVectorOneThread threads(x);
-        call(0, 0L, static_cast<int>(n));
-        return 1;
-    }
-    int stretches = 1;
-#pragma omp parallel num_threads(nt)
-    {
-        const long t = omp_get_thread_num(), count = omp_get_num_threads();
-        const long align = x->dataType == LIN_REAL ? 8 : 4;
-        const long begin = t == 0 ? 0 : (n * t / count) / align * align;
-        const long end = t + 1 == count ? n : (n * (t + 1) / count) / align * align;
-        call(static_cast<int>(t), begin, static_cast<int>(end - begin));
-        if (t == 0)
-            stretches = static_cast<int>(count);
-    }
-    return stretches;
+    const int nt = linVecThreads(x);
+    if (nt > 1)
+        return linVecStretches(x, nt > MAX_STRETCHES ? MAX_STRETCHES : nt, call);
+    const OneThread alone;
+    return linVecStretches(x, 1, call);
 }
 
-// Entry `begin` of a vector's values (complex entries are two doubles).
-inline double* at(const ComLinVec* x, long begin)
+// x^T y or x^H y by the BLAS routine dot (zdotu_sub or zdotc_sub), the stretches' sums added in
+// thread order.
+void complexDot(const ComLinVec* x, const ComLinVec* y, decltype(&cblas_zdotu_sub) dot,
+                ComComplex* result)
 {
-    return x->dataType == LIN_REAL ? x->realData + begin : x->compData + 2 * begin;
-}
-
-// The sum of the stretches' complex dots, in thread order.
-void sumParts(const ComComplex* part, int parts, ComComplex* result)
-{
+    ComComplex part[MAX_STRETCHES];
+    const int parts = onStretches(x, [&](int t, long begin, int count) {
+        dot(count, linVecAt(x, begin), 1, linVecAt(y, begin), 1, &part[t]);
+    });
     ComComplex s = part[0];
     for (int t = 1; t < parts; ++t) {
         s.re += part[t].re;
@@ -97,9 +77,9 @@ void comLinVecCalcVec(KwilHandle* handle, ComComplex a, const ComLinVec* x, ComL
     const bool real = x->dataType == LIN_REAL;
     onStretches(x, [&](int, long begin, int count) {
         if (real) {
-            cblas_daxpy(count, a.re, at(x, begin), 1, at(y, begin), 1);
+            cblas_daxpy(count, a.re, linVecAt(x, begin), 1, linVecAt(y, begin), 1);
         } else {
-            cblas_zaxpy(count, &a, at(x, begin), 1, at(y, begin), 1);
+            cblas_zaxpy(count, &a, linVecAt(x, begin), 1, linVecAt(y, begin), 1);
         }
     });
 }
@@ -113,11 +93,11 @@ void comLinVecCalcVec2(KwilHandle* handle, ComComplex a, const ComLinVec* x, Com
     // y += b w first, then y += a x: two passes in this order over each stretch.
     onStretches(x, [&](int, long begin, int count) {
         if (real) {
-            cblas_daxpy(count, b.re, at(w, begin), 1, at(y, begin), 1);
-            cblas_daxpy(count, a.re, at(x, begin), 1, at(y, begin), 1);
+            cblas_daxpy(count, b.re, linVecAt(w, begin), 1, linVecAt(y, begin), 1);
+            cblas_daxpy(count, a.re, linVecAt(x, begin), 1, linVecAt(y, begin), 1);
         } else {
-            cblas_zaxpy(count, &b, at(w, begin), 1, at(y, begin), 1);
-            cblas_zaxpy(count, &a, at(x, begin), 1, at(y, begin), 1);
+            cblas_zaxpy(count, &b, linVecAt(w, begin), 1, linVecAt(y, begin), 1);
+            cblas_zaxpy(count, &a, linVecAt(x, begin), 1, linVecAt(y, begin), 1);
         }
     });
 }
@@ -127,9 +107,9 @@ void comLinVecCalcScal(KwilHandle*, ComComplex a, ComLinVec* x)
     const bool real = x->dataType == LIN_REAL;
     onStretches(x, [&](int, long begin, int count) {
         if (real) {
-            cblas_dscal(count, a.re, at(x, begin), 1);
+            cblas_dscal(count, a.re, linVecAt(x, begin), 1);
         } else {
-            cblas_zscal(count, &a, at(x, begin), 1);
+            cblas_zscal(count, &a, linVecAt(x, begin), 1);
         }
     });
 }
@@ -141,7 +121,7 @@ double comLinVecCalcDotReal(KwilHandle* handle, const ComLinVec* x, const ComLin
               "Invalid data type in calculate vector dot real");
     double part[MAX_STRETCHES];
     const int parts = onStretches(x, [&](int t, long begin, int count) {
-        part[t] = cblas_ddot(count, at(x, begin), 1, at(y, begin), 1);
+        part[t] = cblas_ddot(count, linVecAt(x, begin), 1, linVecAt(y, begin), 1);
     });
     double s = part[0];
     for (int t = 1; t < parts; ++t)
@@ -155,11 +135,7 @@ void comLinVecCalcDotCompConj(KwilHandle* handle, const ComLinVec* x, const ComL
     comAssert(handle, x->size == y->size, "Size unmatch in calculate vector dot comp conj");
     comAssert(handle, x->dataType == LIN_COMP && y->dataType == LIN_COMP,
               "Invalid data type in calculate vector dot comp conj");
-    ComComplex part[MAX_STRETCHES];
-    const int parts = onStretches(x, [&](int t, long begin, int count) {
-        cblas_zdotc_sub(count, at(x, begin), 1, at(y, begin), 1, &part[t]); // sum conj(x_i) y_i
-    });
-    sumParts(part, parts, result);
+    complexDot(x, y, cblas_zdotc_sub, result); // sum conj(x_i) y_i
 }
 
 void comLinVecCalcDotCompUnconj(KwilHandle* handle, const ComLinVec* x, const ComLinVec* y,
@@ -168,11 +144,7 @@ void comLinVecCalcDotCompUnconj(KwilHandle* handle, const ComLinVec* x, const Co
     comAssert(handle, x->size == y->size, "Size unmatch in calculate vector dot comp unconj");
     comAssert(handle, x->dataType == LIN_COMP && y->dataType == LIN_COMP,
               "Invalid data type in calculate vector dot comp unconj");
-    ComComplex part[MAX_STRETCHES];
-    const int parts = onStretches(x, [&](int t, long begin, int count) {
-        cblas_zdotu_sub(count, at(x, begin), 1, at(y, begin), 1, &part[t]); // sum x_i y_i
-    });
-    sumParts(part, parts, result);
+    complexDot(x, y, cblas_zdotu_sub, result); // sum x_i y_i
 }
 
 // The stretches' norms are folded with hypot, which overflows or underflows only where the norm
@@ -182,7 +154,8 @@ double comLinVecCalcNorm2(KwilHandle*, const ComLinVec* x)
     const bool real = x->dataType == LIN_REAL;
     double part[MAX_STRETCHES];
     const int parts = onStretches(x, [&](int t, long begin, int count) {
-        part[t] = real ? cblas_dnrm2(count, at(x, begin), 1) : cblas_dznrm2(count, at(x, begin), 1);
+        part[t] = real ? cblas_dnrm2(count, linVecAt(x, begin), 1)
+                       : cblas_dznrm2(count, linVecAt(x, begin), 1);
     });
     double norm = part[0];
     bool nan = std::isnan(norm);
