@@ -24,10 +24,12 @@
 #include <omp.h>
 #include <sched.h>
 
+#include <algorithm>
 #include <atomic>
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 
 #include "platform/sparse_arith.h"
 
@@ -109,6 +111,7 @@ class StepDeps {
         return upper_ ? m_ - 1 - c : c;
     }
     int entries(int s) const { return ia_[row(s) + 1] - ia_[row(s)]; }
+    long stored() const { return static_cast<long>(ia_[m_]) - ia_[0]; }
 
   private:
     bool upper_;
@@ -201,82 +204,79 @@ bool cutPieces(PlatformTrsvPlan* plan, const StepDeps& deps)
     return true;
 }
 
-// The waits of every step, one per other thread whose rows it reads: counted in a first pass,
-// stored in a second. false when memory is short.
-bool listWaits(PlatformTrsvPlan* plan, const StepDeps& deps, const int* chunkOf)
+// The thread that solves each step, one byte each. Null when memory is short.
+unsigned char* stepOwners(const PlatformTrsvPlan* plan)
+{
+    auto* owner = allocN<unsigned char>(plan->m);
+    if (owner == nullptr)
+        return nullptr;
+    for (int c = 0; c < plan->chunks; ++c) {
+        const int s0 = plan->chunkStart[c];
+        std::memset(owner + s0, ownerOf(plan, c),
+                    static_cast<size_t>(plan->chunkStart[c + 1] - s0));
+    }
+    return owner;
+}
+
+// Lists the waits of every step, one per other thread whose rows it reads, and plays the
+// schedule through on the way with a cost per row and per wait that stalls. true when the plan
+// has its waits and beats one thread by the required share.
+bool schedule(PlatformTrsvPlan* plan, const StepDeps& deps, const unsigned char* owner)
 {
     const int m = plan->m;
     const int nt = plan->threads;
-    int latest[MAX_PLAN_THREADS];
-    for (int t = 0; t < nt; ++t)
-        latest[t] = -1;
-    long n = 0;
-    for (int pass = 0; pass < 2; ++pass) {
-        n = 0;
-        for (int s = 0; s < m; ++s) {
-            const int own = ownerOf(plan, chunkOf[s]);
-            bool any = false;
-            deps.each(s, [&](int d) {
-                const int o = ownerOf(plan, chunkOf[d]);
-                if (o != own && d > latest[o]) {
-                    latest[o] = d;
-                    any = true;
-                }
-            });
-            if (!any)
-                continue;
-            const int before = plan->chunkStart[chunkOf[s]] - 1; // the last step it may wait for
-            for (int t = 0; t < nt; ++t) {
-                if (latest[t] < 0)
-                    continue;
-                if (pass == 1) {
-                    const int ahead = latest[t] + STALL_AHEAD;
-                    plan->waits[n] = Wait{s, t, latest[t], ahead < before ? ahead : before};
-                }
-                latest[t] = -1;
-                ++n;
-            }
-        }
-        if (pass == 0) {
-            if (n > INT_MAX)
-                return false;
-            plan->waits = allocN<Wait>(n);
-            if (plan->waits == nullptr)
-                return false;
-        }
-    }
-    plan->nwaits = static_cast<int>(n);
-    return true;
-}
-
-// Plays the schedule through and tells whether it beats one thread by the required share.
-bool worthwhile(const PlatformTrsvPlan* plan, const StepDeps& deps, const int* chunkOf)
-{
-    if (forcePlans)
-        return true;
-    const int m = plan->m;
-    std::int64_t* finish = allocN<std::int64_t>(m);
-    if (finish == nullptr)
+    // A wait stands for at least one stored entry, and a step waits at most once per other thread.
+    const long most = std::min(static_cast<long>(m) * (nt - 1), deps.stored());
+    if (most > INT_MAX)
         return false;
-    std::int64_t clock[MAX_PLAN_THREADS] = {};
+    plan->waits = allocN<Wait>(most);
+    std::int64_t* finish = allocN<std::int64_t>(m);
+    if (plan->waits == nullptr || finish == nullptr) {
+        std::free(finish);
+        return false;
+    }
+    int latest[MAX_PLAN_THREADS];
+    std::int64_t clock[MAX_PLAN_THREADS];
+    for (int t = 0; t < nt; ++t) {
+        latest[t] = -1;
+        clock[t] = 0;
+    }
     std::int64_t serial = 0;
-    int w = 0;
+    int n = 0;
+    int c = 0; // the piece of step s
     for (int s = 0; s < m; ++s) {
-        const int own = ownerOf(plan, chunkOf[s]);
-        std::int64_t t = clock[own];
-        for (; w < plan->nwaits && plan->waits[w].at == s; ++w) {
-            const std::int64_t ready = finish[plan->waits[w].need] + STALL_COST;
-            t = ready > t ? ready : t;
+        while (plan->chunkStart[c + 1] <= s)
+            ++c;
+        const int own = owner[s];
+        bool any = false;
+        deps.each(s, [&](int d) {
+            const int o = owner[d];
+            if (o != own && d > latest[o]) {
+                latest[o] = d;
+                any = true;
+            }
+        });
+        std::int64_t start = clock[own];
+        const int before = plan->chunkStart[c] - 1; // the last step it may wait for
+        for (int t = 0; any && t < nt; ++t) {
+            if (latest[t] < 0)
+                continue;
+            const int ahead = latest[t] + STALL_AHEAD;
+            plan->waits[n++] = Wait{s, t, latest[t], ahead < before ? ahead : before};
+            start = std::max(start, finish[latest[t]] + STALL_COST);
+            latest[t] = -1;
         }
         const std::int64_t cost = ROW_COST + deps.entries(s);
         serial += cost;
-        finish[s] = clock[own] = t + cost;
+        finish[s] = clock[own] = start + cost;
     }
     std::free(finish);
-    std::int64_t span = 0;
-    for (int t = 0; t < plan->threads; ++t)
-        span = clock[t] > span ? clock[t] : span;
-    return static_cast<double>(span) <= MAX_SHARE * static_cast<double>(serial);
+    plan->nwaits = n;
+    // Give back the room the waits did not take (the block stays as it is should that fail).
+    if (Wait* fit = static_cast<Wait*>(std::realloc(plan->waits, sizeof(Wait) * (n > 0 ? n : 1))))
+        plan->waits = fit;
+    const std::int64_t span = *std::max_element(clock, clock + nt);
+    return forcePlans || static_cast<double>(span) <= MAX_SHARE * static_cast<double>(serial);
 }
 
 // Fills the pieces and waits of a new plan; false when there is no plan to be had.
@@ -284,15 +284,9 @@ bool inspect(PlatformTrsvPlan* plan, const StepDeps& deps)
 {
     if (!cutPieces(plan, deps))
         return false;
-    int* chunkOf = allocN<int>(plan->m);
-    if (chunkOf == nullptr)
-        return false;
-    for (int c = 0; c < plan->chunks; ++c) {
-        for (int s = plan->chunkStart[c]; s < plan->chunkStart[c + 1]; ++s)
-            chunkOf[s] = c;
-    }
-    const bool ok = listWaits(plan, deps, chunkOf) && worthwhile(plan, deps, chunkOf);
-    std::free(chunkOf);
+    unsigned char* owner = stepOwners(plan);
+    const bool ok = owner != nullptr && schedule(plan, deps, owner);
+    std::free(owner);
     return ok;
 }
 
@@ -564,19 +558,6 @@ PlatformTrsvPlan* platform_csrtrsv_plan(const char* uplo, int m, const int* ia, 
 
 namespace {
 
-// The thread that solves each row.
-int* rowOwners(const PlatformTrsvPlan* plan)
-{
-    int* owner = allocN<int>(plan->m);
-    if (owner == nullptr)
-        return nullptr;
-    for (int c = 0; c < plan->chunks; ++c) {
-        for (int s = plan->chunkStart[c]; s < plan->chunkStart[c + 1]; ++s)
-            owner[plan->upper ? plan->m - 1 - s : s] = ownerOf(plan, c);
-    }
-    return owner;
-}
-
 // Frees what pack made: the pivots' reciprocals and the per-thread copies.
 void freePacked(PlatformTrsvPlan* plan)
 {
@@ -599,52 +580,76 @@ int pivotAt(const PlatformTrsvPlan* plan, int i, const int* ia, const int* ja)
     return plan->upper ? upperPivotAt(i, ia, ja) : lowerPivotAt(i, ia, ja);
 }
 
+// Rows that a pass over all rows hands to the threads: the pack's passes use the threads the plan
+// was made for on larger triangles.
+constexpr int MIN_PARALLEL_ROWS = 16384;
+
 // The reciprocal of every row's pivot.
 template <class V>
 bool invertPivots(PlatformTrsvPlan* plan, const V* a, const int* ia, const int* ja)
 {
-    V* rp = allocN<V>(plan->m);
+    const int m = plan->m;
+    V* rp = allocN<V>(m);
     if (rp == nullptr)
         return false;
-    for (int i = 0; i < plan->m; ++i)
+#pragma omp parallel for num_threads(plan->threads) if (m >= MIN_PARALLEL_ROWS) schedule(static)
+    for (int i = 0; i < m; ++i)
         rp[i] = pivotRecip(a, pivotAt(plan, i, ia, ja));
     plan->pivots = rp;
     return true;
 }
 
-// Each thread's rows as a copy of its own, with each pivot's reciprocal in its place.
+// Copies the rows of thread t (owner by step) into its record, the pivots' reciprocals in their
+// places; the row pointers of other threads' rows mark empty rows.
+template <class V>
+void fillRows(const PlatformTrsvPlan* plan, int t, const unsigned char* owner, const V* a,
+              const int* ia, const int* ja)
+{
+    const int m = plan->m;
+    const auto* rp = static_cast<const V*>(plan->pivots);
+    PackedRows& r = plan->packed[t];
+    V* val = static_cast<V*>(r.val);
+    int q = 0;
+    for (int i = 0; i < m; ++i) {
+        r.ptr[i] = q + 1;
+        if (owner[plan->upper ? m - 1 - i : i] != t)
+            continue;
+        const int at = pivotAt(plan, i, ia, ja);
+        for (int p = ia[i] - 1; p < ia[i + 1] - 1; ++p, ++q) {
+            r.col[q] = ja[p];
+            val[q] = p == at ? rp[i] : a[p];
+        }
+    }
+    r.ptr[m] = q + 1;
+}
+
+// Each thread's rows as a copy of its own, with each pivot's reciprocal in its place. The copies
+// are allocated in thread order, then each thread fills its own.
 template <class V> bool copyRows(PlatformTrsvPlan* plan, const V* a, const int* ia, const int* ja)
 {
     const int m = plan->m;
     const int nt = plan->threads;
-    int* owner = rowOwners(plan);
+    unsigned char* owner = stepOwners(plan);
     plan->packed = allocN<PackedRows>(nt);
+    bool ok = owner != nullptr && plan->packed != nullptr;
+    long count[MAX_PLAN_THREADS] = {};
+    for (int s = 0; ok && s < m; ++s) {
+        const int i = plan->upper ? m - 1 - s : s;
+        count[owner[s]] += ia[i + 1] - ia[i];
+    }
     for (int t = 0; plan->packed != nullptr && t < nt; ++t)
         plan->packed[t] = PackedRows{};
-    bool ok = owner != nullptr && plan->packed != nullptr;
     for (int t = 0; ok && t < nt; ++t) {
-        long n = 0;
-        for (int i = 0; i < m; ++i)
-            n += owner[i] == t ? ia[i + 1] - ia[i] : 0;
         PackedRows& r = plan->packed[t];
         r.ptr = allocN<int>(m + 1L);
-        r.col = allocN<int>(n);
-        V* val = allocN<V>(n);
-        r.val = val;
-        ok = r.ptr != nullptr && r.col != nullptr && val != nullptr;
-        int q = 0;
-        for (int i = 0; ok && i < m; ++i) {
-            r.ptr[i] = q + 1;
-            if (owner[i] != t)
-                continue;
-            const int at = pivotAt(plan, i, ia, ja);
-            for (int p = ia[i] - 1; p < ia[i + 1] - 1; ++p, ++q) {
-                r.col[q] = ja[p];
-                val[q] = p == at ? pivotRecip(a, at) : a[p];
-            }
-        }
-        if (ok)
-            r.ptr[m] = q + 1;
+        r.col = allocN<int>(count[t]);
+        r.val = allocN<V>(count[t]);
+        ok = r.ptr != nullptr && r.col != nullptr && r.val != nullptr;
+    }
+    if (ok) {
+#pragma omp parallel for num_threads(nt) if (m >= MIN_PARALLEL_ROWS) schedule(static, 1)
+        for (int t = 0; t < nt; ++t)
+            fillRows(plan, t, owner, a, ia, ja);
     }
     std::free(owner);
     return ok;

@@ -206,7 +206,7 @@ TEST(TriSolvPlan, EveryFailedAllocationLeavesAWorkingSolve)
             break; // the failure point lies beyond every allocation
     }
     platformTestFailPlanAlloc(0);
-    // Plan: the record, then for the schedule the pieces, waits, the pass over the steps and the
+    // Plan: the record, then for the schedule the pieces, the steps' owners, the waits and the
     // play-through; copies: the pivots' reciprocals, the owners, the per-thread records and three
     // arrays for each of two threads.
     EXPECT_EQ(noPlan, 1);
@@ -257,11 +257,18 @@ TEST(TriSolvPlan, NullPlanAndNestedCallsSolveOnOneThread)
     EXPECT_TRUE(sameBits(got.get(), want.get()));
 
     // Inside a parallel region the inner region gets one thread: the plan's pieces are then all
-    // solved by that one thread instead of waiting for threads that never come.
+    // solved, and the threads' copies all made, by that one thread instead of waiting for threads
+    // that never come.
     PlatformTrsvPlan* plan = platform_csrtrsv_plan("u", a->size, a->row, a->col, 2);
     ASSERT_NE(plan, nullptr);
     const int nested = omp_get_max_active_levels();
     omp_set_max_active_levels(1);
+    // Packed there too: the one thread copies the rows of both.
+#pragma omp parallel num_threads(2)
+    {
+#pragma omp single
+        pack(plan, a.get());
+    }
     for (int call = 0; call < 4; ++call) {
         comLinVecInit(nullptr, got.get(), ComComplex{0.0, 0.0});
 #pragma omp parallel num_threads(2)
@@ -272,6 +279,7 @@ TEST(TriSolvPlan, NullPlanAndNestedCallsSolveOnOneThread)
         EXPECT_TRUE(sameBits(got.get(), want.get())) << "call " << call;
     }
     omp_set_max_active_levels(nested);
+    expectSameAsOneThread(a.get(), 1, plan); // outside, the threads read those copies
     platform_csrtrsv_plan_free(plan);
 }
 
