@@ -126,12 +126,14 @@ class StepDeps {
 // them now and then: the threads gain only while they have the processors to themselves. A trial
 // takes TRIAL_SOLVES solves, alternately threaded and alone, and compares the fastest of each
 // way (the first solve after a pause pays for waking the threads). Trials grow rarer while their
-// verdict holds.
+// verdict holds. A new plan starts threaded, as its play-through found it pays, and holds its
+// first trial back for an interval: its first solves run on cold caches and on threads just
+// woken, and a trial among them picked the one thread for the whole interval after it.
 struct Tuner {
-    bool threaded = true; // the current choice
-    int trial = 0;        // solves left in the running trial, 0 when none runs
-    int calls = 0;        // solves since the last trial
-    int interval = 0;     // solves between trials; 0 starts with a trial
+    bool threaded = true;          // the current choice
+    int trial = 0;                 // solves left in the running trial, 0 when none runs
+    int calls = 0;                 // solves since the last trial
+    int interval = FIRST_INTERVAL; // solves between trials
     double bestThreaded = 0.0;
     double bestAlone = 0.0;
 };
@@ -518,7 +520,7 @@ void solvePlanned(PlatformTrsvPlan* plan, const V* a, const int* ia, const int* 
     if (--k.trial > 0)
         return;
     const bool faster = k.bestThreaded < k.bestAlone;
-    const bool held = faster == k.threaded && k.interval > 0;
+    const bool held = faster == k.threaded;
     k.interval =
         held ? (k.interval < LONGEST_INTERVAL ? 2 * k.interval : k.interval) : FIRST_INTERVAL;
     k.threaded = faster;
