@@ -508,7 +508,7 @@ int run(const Args& args)
             printf("  error     max |x_i - 1| %.4e  rms %.4e\n", maxErr, rmsErr);
         }
     }
-    printf("  time      %.3f s\n", seconds);
+    printf("  time      %.6f s\n", seconds);
     if (solved && args.out != nullptr && written)
         printf("  solution  %s\n", args.out);
     fflush(stdout);
