@@ -123,11 +123,10 @@ inline Z recip(Z d)
     return Z{d.real / dd, -d.imag / dd};
 }
 
-// Where the substitutions take each row's pivot t_ii from.
+// Where the substitutions take each row's pivot t_ii from (the one-thread solve with an array of
+// the reciprocals has row forms of its own, below).
 enum class Pivots {
     divide,  // the row's stored entry: each row divides by it
-    given,   // an array of the reciprocals, one per row (the division, a bound on rows of few
-             // entries, then leaves the solve)
     inPlace, // the reciprocal stored in the pivot's own place, in a copy of the triangle
 };
 
@@ -168,14 +167,14 @@ template <class V> inline V pivotRecip(const V* val, int at)
 // Row i of the lower solve T y = x: y_i = (x_i - sum_{j<i} t_ij y_j) / t_ii, stored and
 // returned. prev is y_{i-1} when the caller has it in a register; fresh says it has not, and the
 // row then reads y_{i-1} from y if it needs it. Values and columns are prefetched PREFETCH_BYTES
-// ahead, up to the entry last. The pivots come from where P says (rp: the given reciprocals);
-// every source gives the same bits.
+// ahead, up to the entry last. The pivots come from where P says; every source gives the same
+// bits.
 // Each row depends on the one before through t_{i,i-1}; that term is applied last,
 // y_i = s r - (t_{i,i-1} r) y_{i-1} with r = 1 / t_ii, so that only one product and one
 // subtraction lie on the chain from row to row.
 template <Pivots P, class V>
 ALWAYS_INLINE inline V lowerRow(int i, const V* val, const int* ptr, const int* col, const V* x,
-                                V* y, V prev, bool fresh, int last, const V* rp)
+                                V* y, V prev, bool fresh, int last)
 {
     const int end = ptr[i + 1] - 1;
     int p = ptr[i] - 1;
@@ -188,14 +187,7 @@ ALWAYS_INLINE inline V lowerRow(int i, const V* val, const int* ptr, const int* 
     if (near)
         ++q;
     const bool has = q < end && col[q] == i + 1;
-    V r;
-    if (P == Pivots::given) {
-        r = rp[i];
-    } else if (P == Pivots::inPlace) {
-        r = has ? val[q] : recip(V{});
-    } else {
-        r = recip(has ? val[q] : V{});
-    }
+    const V r = P == Pivots::inPlace ? (has ? val[q] : recip(V{})) : recip(has ? val[q] : V{});
     V t = mul(s, r);
     if (near)
         subMul(t, mul(val[p], r), fresh ? y[i - 1] : prev);
@@ -209,29 +201,18 @@ ALWAYS_INLINE inline V lowerRow(int i, const V* val, const int* ptr, const int* 
 // behind, down to the entry first.
 template <Pivots P, class V>
 ALWAYS_INLINE inline V upperRow(int i, const V* val, const int* ptr, const int* col, const V* x,
-                                V* y, V next, bool fresh, int first, const V* rp)
+                                V* y, V next, bool fresh, int first)
 {
     const int begin = ptr[i] - 1;
     const int end = ptr[i + 1] - 1;
     prefetchBehind(val, col, begin, first);
     int q = begin; // entries left of the diagonal are not referenced
-    V r;
-    if (P == Pivots::given) {
-        while (q < end && col[q] <= i + 1)
-            ++q;
-        r = rp[i];
-    } else {
-        while (q < end && col[q] <= i)
-            ++q;
-        int at = -1;
-        for (; q < end && col[q] == i + 1; ++q)
-            at = q;
-        if (P == Pivots::inPlace) {
-            r = at >= 0 ? val[at] : recip(V{});
-        } else {
-            r = pivotRecip(val, at);
-        }
-    }
+    while (q < end && col[q] <= i)
+        ++q;
+    int at = -1;
+    for (; q < end && col[q] == i + 1; ++q)
+        at = q;
+    const V r = P == Pivots::inPlace ? (at >= 0 ? val[at] : recip(V{})) : pivotRecip(val, at);
     const bool near = q < end && col[q] == i + 2; // t_{i,i+1}
     V s = x[i];
     for (int p = near ? q + 1 : q; p < end; ++p)
@@ -247,22 +228,90 @@ ALWAYS_INLINE inline V upperRow(int i, const V* val, const int* ptr, const int* 
 // The pivots as in lowerRow.
 template <Pivots P = Pivots::divide, class V>
 ALWAYS_INLINE inline void solveLower(int r0, int r1, const V* val, const int* ptr, const int* col,
-                                     const V* x, V* y, int last, const V* rp = nullptr)
+                                     const V* x, V* y, int last)
 {
     V prev{};
     for (int i = r0; i < r1; ++i)
-        prev = lowerRow<P>(i, val, ptr, col, x, y, prev, i == r0, last, rp);
+        prev = lowerRow<P>(i, val, ptr, col, x, y, prev, i == r0, last);
 }
 
 // Upper solve T y = x, backward, over rows [r0, r1) from r1 - 1 down; rows from r1 on are read
 // from y. x may be y. The pivots as in lowerRow.
 template <Pivots P = Pivots::divide, class V>
 ALWAYS_INLINE inline void solveUpper(int r0, int r1, const V* val, const int* ptr, const int* col,
-                                     const V* x, V* y, int first, const V* rp = nullptr)
+                                     const V* x, V* y, int first)
 {
     V next{};
     for (int i = r1 - 1; i >= r0; --i)
-        next = upperRow<P>(i, val, ptr, col, x, y, next, i == r1 - 1, first, rp);
+        next = upperRow<P>(i, val, ptr, col, x, y, next, i == r1 - 1, first);
+}
+
+// Where a row's terms lie, found once for the one-thread solves with an array of the pivots'
+// reciprocals, so that a solve does not compare columns: q ends the far terms of a lower row
+// (starts them in an upper one) and is where the near term t_{i,i-1} (t_{i,i+1}) sits when the
+// row has it; the split is ~q then, q otherwise. The terms are those the row forms above take.
+inline int lowerSplit(int i, const int* ptr, const int* col)
+{
+    const int end = ptr[i + 1] - 1;
+    int q = ptr[i] - 1;
+    while (q < end && col[q] < i)
+        ++q;
+    return q < end && col[q] == i ? ~q : q;
+}
+inline int upperSplit(int i, const int* ptr, const int* col)
+{
+    const int end = ptr[i + 1] - 1;
+    int q = ptr[i] - 1;
+    while (q < end && col[q] <= i + 1)
+        ++q;
+    return q < end && col[q] == i + 2 ? ~q : q;
+}
+
+// Lower solve T y = x over all m rows with the reciprocals rp and the splits of lowerSplit: the
+// arithmetic of lowerRow, term for term.
+template <class V>
+ALWAYS_INLINE inline void solveLowerSplit(int m, const V* val, const int* ptr, const int* col,
+                                          const V* x, V* y, const V* rp, const int* split)
+{
+    const int last = m > 0 ? ptr[m] - 1 : 0;
+    V prev{};
+    for (int i = 0; i < m; ++i) {
+        const int p0 = ptr[i] - 1;
+        prefetchAhead(val, col, p0, last);
+        const int sp = split[i];
+        const int q = sp < 0 ? ~sp : sp;
+        V s = x[i];
+        for (int p = p0; p < q; ++p)
+            subMul(s, val[p], y[col[p] - 1]);
+        const V r = rp[i];
+        V t = mul(s, r);
+        if (sp < 0)
+            subMul(t, mul(val[q], r), i == 0 ? y[i - 1] : prev);
+        y[i] = prev = t;
+    }
+}
+
+// Upper solve T y = x over all m rows, from the last up, with the reciprocals rp and the splits
+// of upperSplit: the arithmetic of upperRow, term for term.
+template <class V>
+ALWAYS_INLINE inline void solveUpperSplit(int m, const V* val, const int* ptr, const int* col,
+                                          const V* x, V* y, const V* rp, const int* split)
+{
+    V next{};
+    for (int i = m - 1; i >= 0; --i) {
+        const int end = ptr[i + 1] - 1;
+        prefetchBehind(val, col, ptr[i] - 1, 0);
+        const int sp = split[i];
+        const int q = sp < 0 ? ~sp : sp;
+        V s = x[i];
+        for (int p = sp < 0 ? q + 1 : q; p < end; ++p)
+            subMul(s, val[p], y[col[p] - 1]);
+        const V r = rp[i];
+        V t = mul(s, r);
+        if (sp < 0)
+            subMul(t, mul(val[q], r), i == m - 1 ? y[i + 1] : next);
+        y[i] = next = t;
+    }
 }
 
 } // namespace platform

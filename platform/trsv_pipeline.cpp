@@ -159,6 +159,7 @@ struct PlatformTrsvPlan {
     Tuner tuner;
     PackedRows* packed; // one per thread, or null: then each solve reads the values it is given
     void* pivots;       // the reciprocal of each row's pivot, or null: then each row divides
+    int* splits;        // with the pivots, where each row's terms lie (lowerSplit, upperSplit)
 };
 
 namespace {
@@ -411,27 +412,27 @@ TARGET_CLONES void runThreadOf(const PlatformTrsvPlan* plan, int t, Progress* pr
     runThread(plan, t, progress, a, ia, ja, x, y);
 }
 
-// The one-thread solves with the pivots' reciprocals; lower and upper apart, as in the sparse
-// BLAS.
+// The one-thread solves with the pivots' reciprocals and the rows' splits; lower and upper apart,
+// as in the sparse BLAS.
 TARGET_CLONES void lowerAloneOf(int m, const double* a, const int* ia, const int* ja,
-                                const double* x, double* y, const double* rp)
+                                const double* x, double* y, const double* rp, const int* split)
 {
-    solveLower<Pivots::given>(0, m, a, ia, ja, x, y, m > 0 ? ia[m] - 1 : 0, rp);
+    solveLowerSplit(m, a, ia, ja, x, y, rp, split);
 }
 TARGET_CLONES void lowerAloneOf(int m, const Z* a, const int* ia, const int* ja, const Z* x, Z* y,
-                                const Z* rp)
+                                const Z* rp, const int* split)
 {
-    solveLower<Pivots::given>(0, m, a, ia, ja, x, y, m > 0 ? ia[m] - 1 : 0, rp);
+    solveLowerSplit(m, a, ia, ja, x, y, rp, split);
 }
 TARGET_CLONES void upperAloneOf(int m, const double* a, const int* ia, const int* ja,
-                                const double* x, double* y, const double* rp)
+                                const double* x, double* y, const double* rp, const int* split)
 {
-    solveUpper<Pivots::given>(0, m, a, ia, ja, x, y, 0, rp);
+    solveUpperSplit(m, a, ia, ja, x, y, rp, split);
 }
 TARGET_CLONES void upperAloneOf(int m, const Z* a, const int* ia, const int* ja, const Z* x, Z* y,
-                                const Z* rp)
+                                const Z* rp, const int* split)
 {
-    solveUpper<Pivots::given>(0, m, a, ia, ja, x, y, 0, rp);
+    solveUpperSplit(m, a, ia, ja, x, y, rp, split);
 }
 
 // The sparse BLAS's one-thread solve.
@@ -455,9 +456,9 @@ void solveAlone(const PlatformTrsvPlan* plan, const V* a, const int* ia, const i
     if (rp == nullptr) {
         sparseBlasSolve(plan, a, ia, ja, x, y);
     } else if (plan->upper) {
-        upperAloneOf(plan->m, a, ia, ja, x, y, rp);
+        upperAloneOf(plan->m, a, ia, ja, x, y, rp, plan->splits);
     } else {
-        lowerAloneOf(plan->m, a, ia, ja, x, y, rp);
+        lowerAloneOf(plan->m, a, ia, ja, x, y, rp, plan->splits);
     }
 }
 
@@ -564,7 +565,9 @@ namespace {
 void freePacked(PlatformTrsvPlan* plan)
 {
     std::free(plan->pivots);
+    std::free(plan->splits);
     plan->pivots = nullptr;
+    plan->splits = nullptr;
     if (plan->packed == nullptr)
         return;
     for (int t = 0; t < plan->threads; ++t) {
@@ -586,18 +589,23 @@ int pivotAt(const PlatformTrsvPlan* plan, int i, const int* ia, const int* ja)
 // was made for on larger triangles.
 constexpr int MIN_PARALLEL_ROWS = 16384;
 
-// The reciprocal of every row's pivot.
+// The reciprocal of every row's pivot, and where the row's terms lie.
 template <class V>
 bool invertPivots(PlatformTrsvPlan* plan, const V* a, const int* ia, const int* ja)
 {
     const int m = plan->m;
     V* rp = allocN<V>(m);
-    if (rp == nullptr)
-        return false;
-#pragma omp parallel for num_threads(plan->threads) if (m >= MIN_PARALLEL_ROWS) schedule(static)
-    for (int i = 0; i < m; ++i)
-        rp[i] = pivotRecip(a, pivotAt(plan, i, ia, ja));
     plan->pivots = rp;
+    plan->splits = allocN<int>(m);
+    if (rp == nullptr || plan->splits == nullptr)
+        return false;
+    int* split = plan->splits;
+    const bool upper = plan->upper;
+#pragma omp parallel for num_threads(plan->threads) if (m >= MIN_PARALLEL_ROWS) schedule(static)
+    for (int i = 0; i < m; ++i) {
+        rp[i] = pivotRecip(a, pivotAt(plan, i, ia, ja));
+        split[i] = upper ? upperSplit(i, ia, ja) : lowerSplit(i, ia, ja);
+    }
     return true;
 }
 
