@@ -268,8 +268,9 @@ inline int upperSplit(int i, const int* ptr, const int* col)
 }
 
 // Lower solve T y = x over all m rows with the reciprocals rp and the splits of lowerSplit: the
-// arithmetic of lowerRow, term for term.
-template <class V>
+// arithmetic of lowerRow, term for term. Prefetch says whether to prefetch the values and
+// columns (not for a triangle that stays in the cache).
+template <bool Prefetch, class V>
 ALWAYS_INLINE inline void solveLowerSplit(int m, const V* val, const int* ptr, const int* col,
                                           const V* x, V* y, const V* rp, const int* split)
 {
@@ -277,7 +278,8 @@ ALWAYS_INLINE inline void solveLowerSplit(int m, const V* val, const int* ptr, c
     V prev{};
     for (int i = 0; i < m; ++i) {
         const int p0 = ptr[i] - 1;
-        prefetchAhead(val, col, p0, last);
+        if (Prefetch)
+            prefetchAhead(val, col, p0, last);
         const int sp = split[i];
         const int q = sp < 0 ? ~sp : sp;
         V s = x[i];
@@ -292,15 +294,16 @@ ALWAYS_INLINE inline void solveLowerSplit(int m, const V* val, const int* ptr, c
 }
 
 // Upper solve T y = x over all m rows, from the last up, with the reciprocals rp and the splits
-// of upperSplit: the arithmetic of upperRow, term for term.
-template <class V>
+// of upperSplit: the arithmetic of upperRow, term for term; Prefetch as in solveLowerSplit.
+template <bool Prefetch, class V>
 ALWAYS_INLINE inline void solveUpperSplit(int m, const V* val, const int* ptr, const int* col,
                                           const V* x, V* y, const V* rp, const int* split)
 {
     V next{};
     for (int i = m - 1; i >= 0; --i) {
         const int end = ptr[i + 1] - 1;
-        prefetchBehind(val, col, ptr[i] - 1, 0);
+        if (Prefetch)
+            prefetchBehind(val, col, ptr[i] - 1, 0);
         const int sp = split[i];
         const int q = sp < 0 ? ~sp : sp;
         V s = x[i];
