@@ -415,49 +415,32 @@ TARGET_CLONES void runThreadOf(const PlatformTrsvPlan* plan, int t, Progress* pr
     runThread(plan, t, progress, a, ia, ja, x, y);
 }
 
-// The one-thread solves with the pivots' reciprocals and the rows' splits; lower and upper apart,
-// as in the sparse BLAS. prefetch: see solveAlone.
+// The one-thread solves with the pivots' reciprocals and the rows' splits. prefetch: see
+// solveAlone.
 template <class V>
-ALWAYS_INLINE inline void lowerAlone(int m, const V* a, const int* ia, const int* ja, const V* x,
-                                     V* y, const V* rp, const int* split, bool prefetch)
+ALWAYS_INLINE inline void aloneSplit(bool upper, bool prefetch, int m, const V* a, const int* ia,
+                                     const int* ja, const V* x, V* y, const V* rp, const int* split)
 {
-    if (prefetch) {
+    if (upper && prefetch) {
+        solveUpperSplit<true>(m, a, ia, ja, x, y, rp, split);
+    } else if (upper) {
+        solveUpperSplit<false>(m, a, ia, ja, x, y, rp, split);
+    } else if (prefetch) {
         solveLowerSplit<true>(m, a, ia, ja, x, y, rp, split);
     } else {
         solveLowerSplit<false>(m, a, ia, ja, x, y, rp, split);
     }
 }
-template <class V>
-ALWAYS_INLINE inline void upperAlone(int m, const V* a, const int* ia, const int* ja, const V* x,
-                                     V* y, const V* rp, const int* split, bool prefetch)
+TARGET_CLONES void aloneSplitOf(bool upper, bool prefetch, int m, const double* a, const int* ia,
+                                const int* ja, const double* x, double* y, const double* rp,
+                                const int* split)
 {
-    if (prefetch) {
-        solveUpperSplit<true>(m, a, ia, ja, x, y, rp, split);
-    } else {
-        solveUpperSplit<false>(m, a, ia, ja, x, y, rp, split);
-    }
+    aloneSplit(upper, prefetch, m, a, ia, ja, x, y, rp, split);
 }
-TARGET_CLONES void lowerAloneOf(int m, const double* a, const int* ia, const int* ja,
-                                const double* x, double* y, const double* rp, const int* split,
-                                bool prefetch)
+TARGET_CLONES void aloneSplitOf(bool upper, bool prefetch, int m, const Z* a, const int* ia,
+                                const int* ja, const Z* x, Z* y, const Z* rp, const int* split)
 {
-    lowerAlone(m, a, ia, ja, x, y, rp, split, prefetch);
-}
-TARGET_CLONES void lowerAloneOf(int m, const Z* a, const int* ia, const int* ja, const Z* x, Z* y,
-                                const Z* rp, const int* split, bool prefetch)
-{
-    lowerAlone(m, a, ia, ja, x, y, rp, split, prefetch);
-}
-TARGET_CLONES void upperAloneOf(int m, const double* a, const int* ia, const int* ja,
-                                const double* x, double* y, const double* rp, const int* split,
-                                bool prefetch)
-{
-    upperAlone(m, a, ia, ja, x, y, rp, split, prefetch);
-}
-TARGET_CLONES void upperAloneOf(int m, const Z* a, const int* ia, const int* ja, const Z* x, Z* y,
-                                const Z* rp, const int* split, bool prefetch)
-{
-    upperAlone(m, a, ia, ja, x, y, rp, split, prefetch);
+    aloneSplit(upper, prefetch, m, a, ia, ja, x, y, rp, split);
 }
 
 // The sparse BLAS's one-thread solve.
@@ -485,12 +468,8 @@ void solveAlone(const PlatformTrsvPlan* plan, const V* a, const int* ia, const i
     // A triangle that fits in a core's own cache is not prefetched: there each row paid for it
     // (Pd, 12 000 entries: 14.4 against 9.9 µs a solve).
     const long bytes = (static_cast<long>(ia[plan->m]) - ia[0]) * (sizeof(V) + sizeof(int));
-    const bool prefetch = bytes >= CACHED_TRIANGLE_BYTES;
-    if (plan->upper) {
-        upperAloneOf(plan->m, a, ia, ja, x, y, rp, plan->splits, prefetch);
-    } else {
-        lowerAloneOf(plan->m, a, ia, ja, x, y, rp, plan->splits, prefetch);
-    }
+    aloneSplitOf(plan->upper, bytes >= CACHED_TRIANGLE_BYTES, plan->m, a, ia, ja, x, y, rp,
+                 plan->splits);
 }
 
 template <class V>
