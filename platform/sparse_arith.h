@@ -90,6 +90,15 @@ template <class V> constexpr int prefetchLines()
     return sizeof(V) > sizeof(double) ? 2 : 1;
 }
 
+// Bytes of values and columns that a core's own cache holds (a quarter of this machine's 1 MiB
+// second level). Loops over fewer do not prefetch: on such matrices every row paid for it.
+constexpr long CACHED_BYTES = 256L << 10;
+// Whether a loop over that many stored entries of values V prefetches them.
+template <class V> inline bool worthPrefetching(long entries)
+{
+    return entries * static_cast<long>(sizeof(V) + sizeof(int)) >= CACHED_BYTES;
+}
+
 // Prefetches the values and column PREFETCH_BYTES of values after entry p (not beyond last).
 template <class V> inline void prefetchAhead(const V* val, const int* col, int p, int last)
 {

@@ -68,9 +68,6 @@ constexpr std::int64_t ROW_COST = 4;
 constexpr std::int64_t STALL_COST = 40;
 // A plan is made when its play-through takes at most this share of the one-thread time.
 constexpr double MAX_SHARE = 0.8;
-// Values and columns of a triangle that a core's own cache holds (a quarter of this machine's
-// 1 MiB second level): the one-thread solve does not prefetch them.
-constexpr long CACHED_TRIANGLE_BYTES = 256L << 10;
 
 // Set by platformTestFailPlanAlloc: allocations left before the one that fails, or -1.
 int allocsBeforeFailure = -1;
@@ -465,11 +462,10 @@ void solveAlone(const PlatformTrsvPlan* plan, const V* a, const int* ia, const i
         sparseBlasSolve(plan, a, ia, ja, x, y);
         return;
     }
-    // A triangle that fits in a core's own cache is not prefetched: there each row paid for it
-    // (Pd, 12 000 entries: 14.4 against 9.9 µs a solve).
-    const long bytes = (static_cast<long>(ia[plan->m]) - ia[0]) * (sizeof(V) + sizeof(int));
-    aloneSplitOf(plan->upper, bytes >= CACHED_TRIANGLE_BYTES, plan->m, a, ia, ja, x, y, rp,
-                 plan->splits);
+    // A triangle that fits in a core's own cache is not prefetched (Pd, 12 000 entries: 14.4
+    // against 9.9 µs a solve).
+    aloneSplitOf(plan->upper, worthPrefetching<V>(static_cast<long>(ia[plan->m]) - ia[0]), plan->m,
+                 a, ia, ja, x, y, rp, plan->splits);
 }
 
 template <class V>
