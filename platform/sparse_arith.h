@@ -139,31 +139,39 @@ enum class Pivots {
     inPlace, // the reciprocal stored in the pivot's own place, in a copy of the triangle
 };
 
-// Position of row i's pivot as the lower solve finds it: the entry of column i right after the
-// strict lower part (and t_{i,i-1}); -1 when there is none.
-inline int lowerPivotAt(int i, const int* ptr, const int* col)
+// Where a row's terms lie, found once for the one-thread solves with an array of the pivots'
+// reciprocals, so that a solve does not compare columns: q ends the far terms of a lower row
+// (starts them in an upper one) and is where the near term t_{i,i-1} (t_{i,i+1}) sits when the
+// row has it; the split is ~q then, q otherwise. The terms are those the row forms below take.
+inline int lowerSplit(int i, const int* ptr, const int* col)
 {
     const int end = ptr[i + 1] - 1;
     int q = ptr[i] - 1;
     while (q < end && col[q] < i)
         ++q;
-    if (q < end && col[q] == i)
-        ++q;
-    return q < end && col[q] == i + 1 ? q : -1;
+    return q < end && col[q] == i ? ~q : q;
 }
-
-// Position of row i's pivot as the upper solve finds it: the last entry of column i + 1
-// (one-based) after the entries left of it; -1 when there is none.
-inline int upperPivotAt(int i, const int* ptr, const int* col)
+inline int upperSplit(int i, const int* ptr, const int* col)
 {
     const int end = ptr[i + 1] - 1;
     int q = ptr[i] - 1;
-    while (q < end && col[q] <= i)
+    while (q < end && col[q] <= i + 1)
         ++q;
-    int at = -1;
-    for (; q < end && col[q] == i + 1; ++q)
-        at = q;
-    return at;
+    return q < end && col[q] == i + 2 ? ~q : q;
+}
+
+// Position of row i's pivot as the substitutions find it, from the row's split: in a lower row
+// the entry of column i right after the far terms and t_{i,i-1}, in an upper row the last entry
+// of column i + 1 before the far terms (columns ascend); -1 when there is none.
+inline int lowerPivotAt(int i, const int* ptr, const int* col, int split)
+{
+    const int q = split < 0 ? ~split + 1 : split;
+    return q < ptr[i + 1] - 1 && col[q] == i + 1 ? q : -1;
+}
+inline int upperPivotAt(int i, const int* ptr, const int* col, int split)
+{
+    const int q = split < 0 ? ~split : split;
+    return q > ptr[i] - 1 && col[q - 1] == i + 1 ? q - 1 : -1;
 }
 
 // The reciprocal the substitutions use for the pivot at position at (-1: none, which divides by
@@ -253,27 +261,6 @@ ALWAYS_INLINE inline void solveUpper(int r0, int r1, const V* val, const int* pt
     V next{};
     for (int i = r1 - 1; i >= r0; --i)
         next = upperRow<P>(i, val, ptr, col, x, y, next, i == r1 - 1, first);
-}
-
-// Where a row's terms lie, found once for the one-thread solves with an array of the pivots'
-// reciprocals, so that a solve does not compare columns: q ends the far terms of a lower row
-// (starts them in an upper one) and is where the near term t_{i,i-1} (t_{i,i+1}) sits when the
-// row has it; the split is ~q then, q otherwise. The terms are those the row forms above take.
-inline int lowerSplit(int i, const int* ptr, const int* col)
-{
-    const int end = ptr[i + 1] - 1;
-    int q = ptr[i] - 1;
-    while (q < end && col[q] < i)
-        ++q;
-    return q < end && col[q] == i ? ~q : q;
-}
-inline int upperSplit(int i, const int* ptr, const int* col)
-{
-    const int end = ptr[i + 1] - 1;
-    int q = ptr[i] - 1;
-    while (q < end && col[q] <= i + 1)
-        ++q;
-    return q < end && col[q] == i + 2 ? ~q : q;
 }
 
 // Lower solve T y = x over all m rows with the reciprocals rp and the splits of lowerSplit: the

@@ -62,7 +62,8 @@ void platform_zcsrtrsv_planned(PlatformTrsvPlan* plan, const PlatformComplex16* 
 
 // Gives the plan the values a of the triangle (pattern ia, ja, the one the plan was made for):
 // the reciprocal of every row's pivot, which the planned solves multiply by instead of dividing
-// each row (the same bits, since the substitutions multiply by that reciprocal anyway), and with
+// each row (the same bits, since the substitutions multiply by that reciprocal anyway), where
+// each row's terms lie (found once instead of by comparing columns in every solve), and with
 // several threads each thread's rows as a contiguous copy of its own, so that each thread streams
 // its own storage instead of interleaved stretches of the matrix. The planned solves then read
 // these and not the values they are given, so the triangle must not change while the plan lives.

@@ -20,7 +20,8 @@
 // The inspector also plays the schedule through with a simple cost per row and per wait that has
 // to stall; when that schedule would not beat one thread clearly, the plan is one of one thread.
 // Either way the plan keeps the reciprocals of the pivots once it is packed, so that no solve
-// divides: on rows of a few entries the divider, not the memory, set the pace.
+// divides: on rows of a few entries the divider, not the memory, set the pace. For the same
+// reason it keeps where each row's terms lie, so that the one-thread solve compares no columns.
 #include <omp.h>
 #include <sched.h>
 
@@ -585,10 +586,16 @@ void freePacked(PlatformTrsvPlan* plan)
     plan->packed = nullptr;
 }
 
-// Position of row i's pivot, as the row substitutions find it; -1 when there is none.
+// Where row i's terms lie, and the position of its pivot as the row substitutions find it (-1
+// when there is none).
+int splitAt(const PlatformTrsvPlan* plan, int i, const int* ia, const int* ja)
+{
+    return plan->upper ? upperSplit(i, ia, ja) : lowerSplit(i, ia, ja);
+}
 int pivotAt(const PlatformTrsvPlan* plan, int i, const int* ia, const int* ja)
 {
-    return plan->upper ? upperPivotAt(i, ia, ja) : lowerPivotAt(i, ia, ja);
+    const int split = plan->splits[i];
+    return plan->upper ? upperPivotAt(i, ia, ja, split) : lowerPivotAt(i, ia, ja, split);
 }
 
 // Rows that a pass over all rows hands to the threads: the pack's passes use the threads the plan
@@ -605,12 +612,10 @@ bool invertPivots(PlatformTrsvPlan* plan, const V* a, const int* ia, const int* 
     plan->splits = allocN<int>(m);
     if (rp == nullptr || plan->splits == nullptr)
         return false;
-    int* split = plan->splits;
-    const bool upper = plan->upper;
 #pragma omp parallel for num_threads(plan->threads) if (m >= MIN_PARALLEL_ROWS) schedule(static)
     for (int i = 0; i < m; ++i) {
+        plan->splits[i] = splitAt(plan, i, ia, ja);
         rp[i] = pivotRecip(a, pivotAt(plan, i, ia, ja));
-        split[i] = upper ? upperSplit(i, ia, ja) : lowerSplit(i, ia, ja);
     }
     return true;
 }
