@@ -232,9 +232,16 @@ void productTransposed(int m, V alpha, const V* val, const int* col, const int* 
         const int last = ptr[r1] - 1;
         for (int i = r0; i < r1; ++i) {
             const V ax = mul(alpha, x[i]);
-            const int end = ptr[i + 1] - 1;
-            prefetchAhead(val, col, ptr[i] - 1, last);
-            for (int p = ptr[i] - 1; p < end; ++p) {
+            const int begin = ptr[i] - 1, end = ptr[i + 1] - 1;
+            prefetchAhead(val, col, begin, last);
+            // Columns ascend within a row: when the first and the last lie in the block, so do
+            // all, and the row scatters without a test per entry.
+            if (begin < end && col[begin] > r0 && col[end - 1] <= r1) {
+                for (int p = begin; p < end; ++p)
+                    addMul(y[col[p] - 1], val[p], ax);
+                continue;
+            }
+            for (int p = begin; p < end; ++p) {
                 const int c = col[p] - 1;
                 if (c >= r0 && c < r1) {
                     addMul(y[c], val[p], ax);
