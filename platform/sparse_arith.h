@@ -132,13 +132,6 @@ inline Z recip(Z d)
     return Z{d.real / dd, -d.imag / dd};
 }
 
-// Where the substitutions take each row's pivot t_ii from (the one-thread solve with an array of
-// the reciprocals has row forms of its own, below).
-enum class Pivots {
-    divide,  // the row's stored entry: each row divides by it
-    inPlace, // the reciprocal stored in the pivot's own place, in a copy of the triangle
-};
-
 // Where a row's terms lie, found once for the one-thread solves with an array of the pivots'
 // reciprocals, so that a solve does not compare columns: q ends the far terms of a lower row
 // (starts them in an upper one) and is where the near term t_{i,i-1} (t_{i,i+1}) sits when the
@@ -184,12 +177,11 @@ template <class V> inline V pivotRecip(const V* val, int at)
 // Row i of the lower solve T y = x: y_i = (x_i - sum_{j<i} t_ij y_j) / t_ii, stored and
 // returned. prev is y_{i-1} when the caller has it in a register; fresh says it has not, and the
 // row then reads y_{i-1} from y if it needs it. Values and columns are prefetched PREFETCH_BYTES
-// ahead, up to the entry last. The pivots come from where P says; every source gives the same
-// bits.
+// ahead, up to the entry last.
 // Each row depends on the one before through t_{i,i-1}; that term is applied last,
 // y_i = s r - (t_{i,i-1} r) y_{i-1} with r = 1 / t_ii, so that only one product and one
 // subtraction lie on the chain from row to row.
-template <Pivots P, class V>
+template <class V>
 ALWAYS_INLINE inline V lowerRow(int i, const V* val, const int* ptr, const int* col, const V* x,
                                 V* y, V prev, bool fresh, int last)
 {
@@ -204,7 +196,7 @@ ALWAYS_INLINE inline V lowerRow(int i, const V* val, const int* ptr, const int* 
     if (near)
         ++q;
     const bool has = q < end && col[q] == i + 1;
-    const V r = P == Pivots::inPlace ? (has ? val[q] : recip(V{})) : recip(has ? val[q] : V{});
+    const V r = recip(has ? val[q] : V{});
     V t = mul(s, r);
     if (near)
         subMul(t, mul(val[p], r), fresh ? y[i - 1] : prev);
@@ -213,10 +205,10 @@ ALWAYS_INLINE inline V lowerRow(int i, const V* val, const int* ptr, const int* 
 }
 
 // Row i of the upper solve T y = x: y_i = (x_i - sum_{j>i} t_ij y_j) / t_ii, stored and
-// returned; next is y_{i+1} unless fresh, and the pivots as in lowerRow. The term of t_{i,i+1} is
+// returned; next is y_{i+1} unless fresh, as in lowerRow. The term of t_{i,i+1} is
 // kept out of the row-to-row chain as there. Values and columns are prefetched PREFETCH_BYTES
 // behind, down to the entry first.
-template <Pivots P, class V>
+template <class V>
 ALWAYS_INLINE inline V upperRow(int i, const V* val, const int* ptr, const int* col, const V* x,
                                 V* y, V next, bool fresh, int first)
 {
@@ -229,7 +221,7 @@ ALWAYS_INLINE inline V upperRow(int i, const V* val, const int* ptr, const int* 
     int at = -1;
     for (; q < end && col[q] == i + 1; ++q)
         at = q;
-    const V r = P == Pivots::inPlace ? (at >= 0 ? val[at] : recip(V{})) : pivotRecip(val, at);
+    const V r = pivotRecip(val, at);
     const bool near = q < end && col[q] == i + 2; // t_{i,i+1}
     V s = x[i];
     for (int p = near ? q + 1 : q; p < end; ++p)
@@ -242,25 +234,24 @@ ALWAYS_INLINE inline V upperRow(int i, const V* val, const int* ptr, const int* 
 }
 
 // Lower solve T y = x, forward, over rows [r0, r1); rows before r0 are read from y. x may be y.
-// The pivots as in lowerRow.
-template <Pivots P = Pivots::divide, class V>
+template <class V>
 ALWAYS_INLINE inline void solveLower(int r0, int r1, const V* val, const int* ptr, const int* col,
                                      const V* x, V* y, int last)
 {
     V prev{};
     for (int i = r0; i < r1; ++i)
-        prev = lowerRow<P>(i, val, ptr, col, x, y, prev, i == r0, last);
+        prev = lowerRow(i, val, ptr, col, x, y, prev, i == r0, last);
 }
 
 // Upper solve T y = x, backward, over rows [r0, r1) from r1 - 1 down; rows from r1 on are read
-// from y. x may be y. The pivots as in lowerRow.
-template <Pivots P = Pivots::divide, class V>
+// from y. x may be y.
+template <class V>
 ALWAYS_INLINE inline void solveUpper(int r0, int r1, const V* val, const int* ptr, const int* col,
                                      const V* x, V* y, int first)
 {
     V next{};
     for (int i = r1 - 1; i >= r0; --i)
-        next = upperRow<P>(i, val, ptr, col, x, y, next, i == r1 - 1, first);
+        next = upperRow(i, val, ptr, col, x, y, next, i == r1 - 1, first);
 }
 
 // Lower solve T y = x over all m rows with the reciprocals rp and the splits of lowerSplit: the
