@@ -424,8 +424,15 @@ ALWAYS_INLINE inline void runThread(const PlatformTrsvPlan* plan, int t, Progres
                 }
             }
             int e = s + BLOCK_STEPS < s1 ? s + BLOCK_STEPS : s1;
-            if (w < plan->nwaits && plan->waits[w].at < e)
-                e = plan->waits[w].at;
+            // Waits that the progress already seen satisfies do not end the block: a piece whose
+            // first grid line reads the line before it, in another thread's piece, would
+            // otherwise run that line row by row.
+            for (; w < plan->nwaits && plan->waits[w].at < e; ++w) {
+                if (seen[plan->waits[w].owner] < plan->waits[w].need) {
+                    e = plan->waits[w].at;
+                    break;
+                }
+            }
             // A thread's own copy runs on from one piece into the next: prefetch across them.
             if (packed && plan->upper) {
                 solvePacked<true>(m, s, e, plan->packed[t], x, y, 0);
