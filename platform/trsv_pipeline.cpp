@@ -144,15 +144,17 @@ struct Tuner {
 
 // A thread's own copy of its rows of the triangle: its pieces lie apart in the matrix, and two
 // threads streaming interleaved stretches of the same arrays run at about the rate of one. The
-// copy holds the thread's rows in ascending order (the lower solve reads it forward, the upper
-// one backward), each row as the solve takes it, so that no solve compares columns: the far
-// terms in their order, then the near term t_{i,i-1} (t_{i,i+1}) if the row has one, then the
-// reciprocal of the pivot. ends[i + 1] is where row i ends, ~end when the row has a near term;
-// ends[0] is 0, and other threads' rows are empty.
+// copy holds the thread's steps in step order, read forward by lower and upper solves alike, each
+// row as the solve takes it, so that no solve compares columns. Own step j (counted from 0) has
+// its far terms at [stops[j], stops[j + 1]) of val and col, in the order the row takes them;
+// stops[j + 1] is stored as ~stop when the row has a near term t_{i,i-1} (t_{i,i+1}). pivots[2 j]
+// is the reciprocal of its pivot and pivots[2 j + 1] its near term's value (zero without one).
 struct PackedRows {
-    int* ends; // m + 1, zero-based
-    int* col;  // one-based; the slots of the near term and the pivot are not read
+    int steps;  // own steps
+    int* stops; // steps + 1, zero-based
+    int* col;   // one-based
     void* val;
+    void* pivots;
 };
 
 struct PlatformTrsvPlan {
@@ -348,43 +350,38 @@ ALWAYS_INLINE inline void solveRows(bool upper, int m, int s, int e, const V* a,
     }
 }
 
-// Where a row of a thread's copy ends, from its entry in ends.
-inline int rowEnd(int end)
+// Where a step's far terms stop in a thread's copy, from its entry in stops.
+inline int farStop(int stop)
 {
-    return end < 0 ? ~end : end;
+    return stop < 0 ? ~stop : stop;
 }
 
-// Steps [s, e) from a thread's copy r (PackedRows): the arithmetic of lowerRow and upperRow, term
-// for term. The copy is read forward by a lower solve and backward by an upper one, and
-// prefetched that way, within [0, last].
+// Steps [s, e) from a thread's copy r (PackedRows), s being its own step j: the arithmetic of
+// lowerRow and upperRow, term for term. The far terms are prefetched up to the entry last.
 template <bool Upper, class V>
-ALWAYS_INLINE inline void solvePacked(int m, int s, int e, const PackedRows& r, const V* x, V* y,
-                                      int last)
+ALWAYS_INLINE inline void solvePacked(int m, int s, int e, int j, const PackedRows& r, const V* x,
+                                      V* y, int last)
 {
     const V* val = static_cast<const V*>(r.val);
+    const V* pivots = static_cast<const V*>(r.pivots);
     const int* col = r.col;
-    const int* ends = r.ends;
     constexpr int side = Upper ? 1 : -1; // the neighbour of the near term
     V prev{};
-    for (int k = s; k < e; ++k) {
+    int b = farStop(r.stops[j]);
+    for (int k = s; k < e; ++k, ++j) {
         const int i = Upper ? m - 1 - k : k;
-        const int b = rowEnd(ends[i]);
-        const bool near = ends[i + 1] < 0;
-        const int end = rowEnd(ends[i + 1]);
-        const int q = end - 1 - near; // the far terms end, the near term sits here
-        if (Upper) {
-            prefetchBehind(val, col, b, 0);
-        } else {
-            prefetchAhead(val, col, b, last);
-        }
+        const int stop = r.stops[j + 1];
+        const int end = farStop(stop);
+        prefetchAhead(val, col, b, last);
         V t = x[i];
-        for (int p = b; p < q; ++p)
+        for (int p = b; p < end; ++p)
             subMul(t, val[p], y[col[p] - 1]);
-        const V rp = val[end - 1];
+        const V rp = pivots[2 * j];
         t = mul(t, rp);
-        if (near)
-            subMul(t, mul(val[q], rp), k == s ? y[i + side] : prev);
+        if (stop < 0)
+            subMul(t, mul(pivots[2 * j + 1], rp), k == s ? y[i + side] : prev);
         y[i] = prev = t;
+        b = end;
     }
 }
 
@@ -396,7 +393,8 @@ ALWAYS_INLINE inline void runThread(const PlatformTrsvPlan* plan, int t, Progres
 {
     const int m = plan->m;
     const bool packed = plan->packed != nullptr;
-    const int packedLast = packed ? rowEnd(plan->packed[t].ends[m]) - 1 : 0;
+    int own = 0; // this thread's steps before the current piece
+    const int packedLast = packed ? farStop(plan->packed[t].stops[plan->packed[t].steps]) - 1 : 0;
     int seen[MAX_PLAN_THREADS];
     for (int u = 0; u < plan->threads; ++u)
         seen[u] = -1;
@@ -435,15 +433,16 @@ ALWAYS_INLINE inline void runThread(const PlatformTrsvPlan* plan, int t, Progres
             }
             // A thread's own copy runs on from one piece into the next: prefetch across them.
             if (packed && plan->upper) {
-                solvePacked<true>(m, s, e, plan->packed[t], x, y, 0);
+                solvePacked<true>(m, s, e, own + s - s0, plan->packed[t], x, y, packedLast);
             } else if (packed) {
-                solvePacked<false>(m, s, e, plan->packed[t], x, y, packedLast);
+                solvePacked<false>(m, s, e, own + s - s0, plan->packed[t], x, y, packedLast);
             } else {
                 solveRows(plan->upper, m, s, e, a, ia, ja, x, y, ia[m - s1] - 1, ia[s1] - 1);
             }
             publish(e - 1);
             s = e;
         }
+        own += s1 - s0;
     }
     // Done with every step of its own. A stalled thread may wait for a step past this thread's
     // last piece (its wait runs on ahead to just before its own piece, and with three threads or
@@ -628,9 +627,10 @@ void freePacked(PlatformTrsvPlan* plan)
     if (plan->packed == nullptr)
         return;
     for (int t = 0; t < plan->threads; ++t) {
-        std::free(plan->packed[t].ends);
+        std::free(plan->packed[t].stops);
         std::free(plan->packed[t].col);
         std::free(plan->packed[t].val);
+        std::free(plan->packed[t].pivots);
     }
     std::free(plan->packed);
     plan->packed = nullptr;
@@ -686,14 +686,7 @@ RowTerms termsOf(const PlatformTrsvPlan* plan, int i, const int* ia)
                        : RowTerms{ia[i] - 1, q, near};
 }
 
-// Entries of row i in a thread's copy: its far terms, its near term and its pivot's reciprocal.
-int packedLength(const PlatformTrsvPlan* plan, int i, const int* ia)
-{
-    const RowTerms r = termsOf(plan, i, ia);
-    return r.stop - r.first + (r.near >= 0 ? 1 : 0) + 1;
-}
-
-// Copies the rows of thread t (owner by step) into its record as PackedRows lays them out.
+// Copies the steps of thread t (owner by step) into its record as PackedRows lays them out.
 template <class V>
 void fillRows(const PlatformTrsvPlan* plan, int t, const unsigned char* owner, const V* a,
               const int* ia, const int* ja)
@@ -702,30 +695,26 @@ void fillRows(const PlatformTrsvPlan* plan, int t, const unsigned char* owner, c
     const auto* rp = static_cast<const V*>(plan->pivots);
     PackedRows& r = plan->packed[t];
     V* val = static_cast<V*>(r.val);
-    int q = 0;
-    r.ends[0] = 0;
-    for (int i = 0; i < m; ++i) {
-        if (owner[plan->upper ? m - 1 - i : i] != t) {
-            r.ends[i + 1] = q;
+    V* pivots = static_cast<V*>(r.pivots);
+    int q = 0, j = 0;
+    r.stops[0] = 0;
+    for (int s = 0; s < m; ++s) {
+        if (owner[s] != t)
             continue;
-        }
+        const int i = plan->upper ? m - 1 - s : s;
         const RowTerms terms = termsOf(plan, i, ia);
         for (int p = terms.first; p < terms.stop; ++p, ++q) {
             r.col[q] = ja[p];
             val[q] = a[p];
         }
-        if (terms.near >= 0) {
-            r.col[q] = ja[terms.near];
-            val[q++] = a[terms.near];
-        }
-        r.col[q] = i + 1;
-        val[q++] = rp[i];
-        r.ends[i + 1] = terms.near >= 0 ? ~q : q;
+        pivots[2 * j] = rp[i];
+        pivots[2 * j + 1] = terms.near >= 0 ? a[terms.near] : V{};
+        r.stops[++j] = terms.near >= 0 ? ~q : q;
     }
 }
 
-// Each thread's rows as a copy of its own, with each pivot's reciprocal in its place. The copies
-// are allocated in thread order, then each thread fills its own.
+// Each thread's rows as a copy of its own (PackedRows). The copies are allocated in thread
+// order, then each thread fills its own.
 template <class V> bool copyRows(PlatformTrsvPlan* plan, const V* a, const int* ia, const int* ja)
 {
     const int m = plan->m;
@@ -733,21 +722,23 @@ template <class V> bool copyRows(PlatformTrsvPlan* plan, const V* a, const int* 
     unsigned char* owner = stepOwners(plan);
     plan->packed = allocN<PackedRows>(nt);
     bool ok = owner != nullptr && plan->packed != nullptr;
-    long count[MAX_PLAN_THREADS] = {};
+    long terms[MAX_PLAN_THREADS] = {};
+    int steps[MAX_PLAN_THREADS] = {};
     for (int s = 0; ok && s < m; ++s) {
-        const int i = plan->upper ? m - 1 - s : s;
-        count[owner[s]] += packedLength(plan, i, ia);
+        const RowTerms r = termsOf(plan, plan->upper ? m - 1 - s : s, ia);
+        terms[owner[s]] += r.stop - r.first;
+        ++steps[owner[s]];
     }
     for (int t = 0; plan->packed != nullptr && t < nt; ++t)
         plan->packed[t] = PackedRows{};
-    for (int t = 0; ok && t < nt; ++t)
-        ok = count[t] <= INT_MAX; // positions in a copy are ints
     for (int t = 0; ok && t < nt; ++t) {
         PackedRows& r = plan->packed[t];
-        r.ends = allocN<int>(m + 1L);
-        r.col = allocN<int>(count[t]);
-        r.val = allocN<V>(count[t]);
-        ok = r.ends != nullptr && r.col != nullptr && r.val != nullptr;
+        r.steps = steps[t];
+        r.stops = allocN<int>(steps[t] + 1L);
+        r.col = allocN<int>(terms[t]);
+        r.val = allocN<V>(terms[t]);
+        r.pivots = allocN<V>(2L * steps[t]);
+        ok = r.stops != nullptr && r.col != nullptr && r.val != nullptr && r.pivots != nullptr;
     }
     if (ok) {
 #pragma omp parallel for num_threads(nt) if (m >= MIN_PARALLEL_ROWS) schedule(static, 1)

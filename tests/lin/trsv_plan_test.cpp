@@ -208,10 +208,10 @@ TEST(TriSolvPlan, EveryFailedAllocationLeavesAWorkingSolve)
     platformTestFailPlanAlloc(0);
     // Plan: the record, then for the schedule the pieces, the steps' owners, the waits and the
     // play-through; copies: the pivots' reciprocals, the rows' splits, the owners, the per-thread
-    // records and three arrays for each of two threads.
+    // records and four arrays for each of two threads.
     EXPECT_EQ(noPlan, 1);
     EXPECT_EQ(noSchedule, 4);
-    EXPECT_EQ(noCopy, 10);
+    EXPECT_EQ(noCopy, 12);
 }
 
 TEST(TriSolvPlan, PlansOnlyWhereThreadsPay)
