@@ -144,13 +144,14 @@ struct Tuner {
 
 // A thread's own copy of its rows of the triangle: its pieces lie apart in the matrix, and two
 // threads streaming interleaved stretches of the same arrays run at about the rate of one. The
-// copy holds the thread's steps in step order, read forward by lower and upper solves alike, each
-// row as the solve takes it, so that no solve compares columns. Own step j (counted from 0) has
-// its far terms at [stops[j], stops[j + 1]) of val and col, in the order the row takes them;
-// stops[j + 1] is stored as ~stop when the row has a near term t_{i,i-1} (t_{i,i+1}). pivots[2 j]
-// is the reciprocal of its pivot and pivots[2 j + 1] its near term's value (zero without one).
+// copy holds the thread's rows in ascending order (the lower solve reads it forward, the upper
+// one backward, as it reads the vectors), each row as the solve takes it, so that no solve
+// compares columns. The thread's row number j (counted from 0) has its far terms at [stops[j],
+// stops[j + 1]) of val and col, in the order the row takes them; stops[j + 1] is stored as ~stop
+// when the row has a near term t_{i,i-1} (t_{i,i+1}). pivots[2 j] is the reciprocal of its pivot
+// and pivots[2 j + 1] its near term's value (zero without one).
 struct PackedRows {
-    int steps;  // own steps
+    int steps;  // the thread's rows
     int* stops; // steps + 1, zero-based
     int* col;   // one-based
     void* val;
@@ -356,8 +357,9 @@ inline int farStop(int stop)
     return stop < 0 ? ~stop : stop;
 }
 
-// Steps [s, e) from a thread's copy r (PackedRows), s being its own step j: the arithmetic of
-// lowerRow and upperRow, term for term. The far terms are prefetched up to the entry last.
+// Steps [s, e) from a thread's copy r (PackedRows), s being the thread's j-th step: the arithmetic
+// of lowerRow and upperRow, term for term. A lower solve prefetches the far terms up to the entry
+// last.
 template <bool Upper, class V>
 ALWAYS_INLINE inline void solvePacked(int m, int s, int e, int j, const PackedRows& r, const V* x,
                                       V* y, int last)
@@ -367,12 +369,18 @@ ALWAYS_INLINE inline void solvePacked(int m, int s, int e, int j, const PackedRo
     const int* col = r.col;
     constexpr int side = Upper ? 1 : -1; // the neighbour of the near term
     V prev{};
-    int b = farStop(r.stops[j]);
-    for (int k = s; k < e; ++k, ++j) {
+    if (Upper)
+        j = r.steps - 1 - j; // the upper copy holds its rows ascending: read it backward
+    for (int k = s; k < e; ++k) {
         const int i = Upper ? m - 1 - k : k;
+        const int b = farStop(r.stops[j]);
         const int stop = r.stops[j + 1];
         const int end = farStop(stop);
-        prefetchAhead(val, col, b, last);
+        if (Upper) {
+            prefetchBehind(val, col, b, 0);
+        } else {
+            prefetchAhead(val, col, b, last);
+        }
         V t = x[i];
         for (int p = b; p < end; ++p)
             subMul(t, val[p], y[col[p] - 1]);
@@ -381,7 +389,7 @@ ALWAYS_INLINE inline void solvePacked(int m, int s, int e, int j, const PackedRo
         if (stop < 0)
             subMul(t, mul(pivots[2 * j + 1], rp), k == s ? y[i + side] : prev);
         y[i] = prev = t;
-        b = end;
+        j += Upper ? -1 : 1;
     }
 }
 
@@ -686,7 +694,7 @@ RowTerms termsOf(const PlatformTrsvPlan* plan, int i, const int* ia)
                        : RowTerms{ia[i] - 1, q, near};
 }
 
-// Copies the steps of thread t (owner by step) into its record as PackedRows lays them out.
+// Copies the rows of thread t (owner by step) into its record as PackedRows lays them out.
 template <class V>
 void fillRows(const PlatformTrsvPlan* plan, int t, const unsigned char* owner, const V* a,
               const int* ia, const int* ja)
@@ -698,10 +706,9 @@ void fillRows(const PlatformTrsvPlan* plan, int t, const unsigned char* owner, c
     V* pivots = static_cast<V*>(r.pivots);
     int q = 0, j = 0;
     r.stops[0] = 0;
-    for (int s = 0; s < m; ++s) {
-        if (owner[s] != t)
+    for (int i = 0; i < m; ++i) {
+        if (owner[plan->upper ? m - 1 - i : i] != t)
             continue;
-        const int i = plan->upper ? m - 1 - s : s;
         const RowTerms terms = termsOf(plan, i, ia);
         for (int p = terms.first; p < terms.stop; ++p, ++q) {
             r.col[q] = ja[p];
