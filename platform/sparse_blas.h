@@ -64,8 +64,9 @@ void platform_zcsrtrsv_planned(PlatformTrsvPlan* plan, const PlatformComplex16* 
 // the reciprocal of every row's pivot, which the planned solves multiply by instead of dividing
 // each row (the same bits, since the substitutions multiply by that reciprocal anyway), where
 // each row's terms lie (found once instead of by comparing columns in every solve), and with
-// several threads each thread's rows as a contiguous copy of its own, so that each thread streams
-// its own storage instead of interleaved stretches of the matrix. The planned solves then read
+// several threads each thread's rows as a contiguous copy of its own, laid out in the order a
+// row takes its terms, so that each thread streams its own storage instead of interleaved
+// stretches of the matrix and compares no columns. The planned solves then read
 // these and not the values they are given, so the triangle must not change while the plan lives.
 // Returns 0 when memory is short; the plan then reads the values of each call as before.
 int platform_dcsrtrsv_plan_pack(PlatformTrsvPlan* plan, const double* a, const int* ia,
