@@ -175,6 +175,14 @@ template <class V> void scale(int r0, int r1, V beta, V* y)
     }
 }
 
+// y += ax times the entries [begin, end) of one row, each into y at its column.
+template <class V>
+ALWAYS_INLINE inline void scatterRow(const V* val, const int* col, int begin, int end, V ax, V* y)
+{
+    for (int p = begin; p < end; ++p)
+        addMul(y[col[p] - 1], val[p], ax);
+}
+
 // y += alpha A^T x on the calling thread: row i of A scatters alpha x_i times its entries.
 template <class V>
 ALWAYS_INLINE inline void scatter(int m, V alpha, const V* val, const int* col, const int* ptr,
@@ -182,11 +190,8 @@ ALWAYS_INLINE inline void scatter(int m, V alpha, const V* val, const int* col, 
 {
     const int last = ptr[m] - 1;
     for (int i = 0; i < m; ++i) {
-        const V ax = mul(alpha, x[i]);
-        const int end = ptr[i + 1] - 1;
         prefetchAhead(val, col, ptr[i] - 1, last);
-        for (int p = ptr[i] - 1; p < end; ++p)
-            addMul(y[col[p] - 1], val[p], ax);
+        scatterRow(val, col, ptr[i] - 1, ptr[i + 1] - 1, mul(alpha, x[i]), y);
     }
 }
 TARGET_CLONES void scatterOf(int m, double alpha, const double* val, const int* col, const int* ptr,
@@ -237,8 +242,7 @@ void productTransposed(int m, V alpha, const V* val, const int* col, const int* 
             // Columns ascend within a row: when the first and the last lie in the block, so do
             // all, and the row scatters without a test per entry.
             if (begin < end && col[begin] > r0 && col[end - 1] <= r1) {
-                for (int p = begin; p < end; ++p)
-                    addMul(y[col[p] - 1], val[p], ax);
+                scatterRow(val, col, begin, end, ax, y);
                 continue;
             }
             for (int p = begin; p < end; ++p) {
