@@ -1,7 +1,9 @@
 """Runs kwil and its peers on the benchmark problems and prints one table.
 
 Called by bench/run, which builds everything first. Every figure is the median of --repeat runs
-made in this one invocation, so ratios between rows compare like with like on this machine.
+(more for runs under a second, fewer for runs over a minute when asked) made in this one
+invocation, so ratios between rows compare like with like on this machine; the solvers' runs on
+one problem are taken in turns.
 Four sections: the sparse kernels against a triad, the ILU factorisations, the Krylov solvers
 and the direct solve, each against its peers on the same matrices and right-hand sides.
 """
@@ -23,8 +25,10 @@ DIRECT = {"cd2d300", "cd2d500", "cd3d40", "helm300"}
 SCIPY_DIRECT_SKIP = set()
 SOLVERS = {0: "stab", 1: "safe", 2: "stab-l(2)"}
 TOL = "1e-10"
-# Runs of more than this many seconds are repeated only once (--repeat-big).
+# Runs of more than this many seconds are repeated only --repeat-big times, runs of less than
+# SHORT_SECONDS at least --repeat-short times (their medians move most with the machine's noise).
 BIG_SECONDS = 60.0
+SHORT_SECONDS = 1.0
 
 
 def sh(cmd, timeout=3600, env=None):
@@ -85,15 +89,34 @@ def median(vals):
     return statistics.median(vals) if vals else float("nan")
 
 
-def repeat(args, fn):
-    """fn() run --repeat times; once only when the first run is longer than BIG_SECONDS and
-    --repeat-big allows it. Returns the runs (None for a failed one)."""
-    first = fn()
-    runs = [first]
+def runs_wanted(args, first):
+    """How many runs a measurement gets after its first: --repeat; --repeat-big when the first
+    took over BIG_SECONDS, at least --repeat-short when it took under SHORT_SECONDS."""
     n = args.repeat
-    if first is not None and first.get("wall", 0.0) > BIG_SECONDS:
+    wall = first.get("wall", 0.0) if first is not None else 0.0
+    if wall > BIG_SECONDS:
         n = min(n, args.repeat_big)
-    runs += [fn() for _ in range(n - 1)]
+    elif first is not None and wall < SHORT_SECONDS:
+        n = max(n, args.repeat_short)
+    return n
+
+
+def repeat(args, fn):
+    """fn() run as often as runs_wanted says. Returns the runs (None for a failed one)."""
+    first = fn()
+    return [first] + [fn() for _ in range(runs_wanted(args, first) - 1)]
+
+
+def interleaved(args, fns):
+    """The runs of several measurements taken in turns, one run of each per round, so that a
+    slow spell of the machine falls on all of them alike; each gets as many as runs_wanted says.
+    Returns the runs of each, in the order of fns."""
+    runs = [[fn()] for fn in fns]
+    wanted = [runs_wanted(args, r[0]) for r in runs]
+    for k in range(1, max(wanted, default=0)):
+        for i, fn in enumerate(fns):
+            if k < wanted[i]:
+                runs[i].append(fn())
     return runs
 
 
@@ -176,11 +199,12 @@ def ilu(args, probs):
                            ("fill1e-4", "kwil fill-in 1e-4")):
             rows.append((label, kw.get(key)))
         petsc = f"{args.out}/petsc_ilu_complex" if is_complex else f"{args.out}/petsc_ilu"
-        if os.access(petsc, os.X_OK):
+        if "petsc" in args.peers and os.access(petsc, os.X_OK):
             rows.append(("PETSc ILU(0)", ilu_lines([petsc, rep, a], env).get("ilu0")))
-        eig = ilu_lines([f"{args.out}/eigen_ilut", rep, a, "1e-3", "1e-4"], env)
-        rows.append(("Eigen IncompleteLUT 1e-3", eig.get("ilut1e-3")))
-        rows.append(("Eigen IncompleteLUT 1e-4", eig.get("ilut1e-4")))
+        if "eigen" in args.peers:
+            eig = ilu_lines([f"{args.out}/eigen_ilut", rep, a, "1e-3", "1e-4"], env)
+            rows.append(("Eigen IncompleteLUT 1e-3", eig.get("ilut1e-3")))
+            rows.append(("Eigen IncompleteLUT 1e-4", eig.get("ilut1e-4")))
         n, nnz = kw.get("size", (0, 0))  # entries after the mirror of a symmetric file
         base = median(kw["ilu0"][1]) if "ilu0" in kw else float("nan")
         for label, r in rows:
@@ -237,37 +261,55 @@ def solver_row(name, method, threads, runs, per_step_of):
     steps = good[0]["steps"]
     total = median([r["wall"] for r in good])
     per = per_step_of(good, steps)
-    # kwil's step time is the solve less the median set-up (ILU and one application): on short
-    # solves the noise of the two medians can exceed the steps, and no figure is printed then.
+    # On short solves the noise of kwil's two medians (solve and set-up) can exceed the steps,
+    # and no figure is printed then.
     table_row(name, method, threads, len(good), steps, f"{total:.3f}",
               fmt(1e3 * per, ".3f") if steps and per > 0 else "n/a", f"{median([r['rel'] for r in good]):.2e}",
               good[0]["end"])
 
 
 def solvers(args, name, a, b, is_complex):
+    # Every measurement of the problem is a pair (row label and threads, or None for a set-up)
+    # and a run; all are taken in turns.
+    rows, fns = [], []
     kw = [0, 2] if is_complex else [0, 1]
     for threads in args.threads:
-        setup = repeat(args, lambda: kwil_run(args.build, a, b, 20, threads))
-        t_setup = median([r["fine"] for r in setup])
         for s in kw:
             extra = ["STABL_L=2"] if s == 2 else []
-            runs = repeat(args, lambda: kwil_run(args.build, a, b, s, threads, extra))
-            solver_row(name, f"kwil {SOLVERS[s]}", threads, runs,
-                       lambda g, st: (median([r["fine"] for r in g]) - t_setup) / st)
-    solve_per = lambda g, st: median([r["solve"] for r in g]) / st  # noqa: E731
+            # The set-up, as PETSc's KSPSetUp and PCSetUp outside its timed solve: clean-up, ILU,
+            # the solve plans and the work vectors, up to the first step (a step limit of 0).
+            rows.append(None)
+            fns.append(lambda s=s, t=threads, e=extra: kwil_run(args.build, a, b, s, t,
+                                                                e + ["ITER_MAXSTEP=0"]))
+            rows.append((f"kwil {SOLVERS[s]}", threads))
+            fns.append(lambda s=s, t=threads, e=extra: kwil_run(args.build, a, b, s, t, e))
     env = one_thread_env()
     petsc = f"{args.out}/petsc_solve_complex" if is_complex else f"{args.out}/petsc_solve"
-    if os.access(petsc, os.X_OK):
+    if "petsc" in args.peers and os.access(petsc, os.X_OK):
         methods = [("bcgs", "1"), ("bcgsl", "2")] if is_complex else [("bcgs", "1")]
         for method, ell in methods:
-            runs = repeat(args, lambda: peer_run([petsc, a, b, method, ell, TOL], env))
-            label = f"petsc {method}{'(2)' if method == 'bcgsl' else ''}+ilu0"
-            solver_row(name, label, 1, runs, solve_per)
-    runs = repeat(args, lambda: peer_run([f"{args.out}/eigen_solve", a, b, TOL, "1e-3"], env))
-    solver_row(name, "eigen bicgstab+ilut(1e-3)", 1, runs, solve_per)
-    runs = repeat(args, lambda: peer_run(["/usr/bin/python3", "bench/peers/scipy_solve.py", a, b,
-                                          "bicgstab", TOL, "1e-4"], env))
-    solver_row(name, "scipy bicgstab+spilu(1e-4)", 1, runs, solve_per)
+            rows.append((f"petsc {method}{'(2)' if method == 'bcgsl' else ''}+ilu0", 1))
+            fns.append(lambda m=method, l=ell: peer_run([petsc, a, b, m, l, TOL], env))
+    if "eigen" in args.peers:
+        rows.append(("eigen bicgstab+ilut(1e-3)", 1))
+        fns.append(lambda: peer_run([f"{args.out}/eigen_solve", a, b, TOL, "1e-3"], env))
+    if "scipy" in args.peers:
+        rows.append(("scipy bicgstab+spilu(1e-4)", 1))
+        fns.append(lambda: peer_run(["/usr/bin/python3", "bench/peers/scipy_solve.py", a, b,
+                                     "bicgstab", TOL, "1e-4"], env))
+    runs = interleaved(args, fns)
+    solve_per = lambda g, st: median([r["solve"] for r in g]) / st  # noqa: E731
+    for k, row in enumerate(rows):
+        if row is None:
+            continue
+        label, threads = row
+        if label.startswith("kwil"):
+            # kwil's step time is the solve less the median set-up measured before it.
+            t_setup = median([r["fine"] for r in runs[k - 1]])
+            per = lambda g, st, t0=t_setup: (median([r["fine"] for r in g]) - t0) / st  # noqa: E731
+        else:
+            per = solve_per
+        solver_row(name, label, threads, runs[k], per)
 
 
 # ---------------------------------------------------------------------------------------------
@@ -325,19 +367,26 @@ def main():
     p.add_argument("--repeat", type=int, default=3)
     p.add_argument("--repeat-big", type=int, default=3,
                    help=f"repeats of a run whose first try takes over {BIG_SECONDS:.0f} s")
+    p.add_argument("--repeat-short", type=int, default=7,
+                   help=f"repeats of a run whose first try takes under {SHORT_SECONDS:.0f} s")
     p.add_argument("--threads", default="1 2")
     p.add_argument("--matrices", default=default_catalog())
     p.add_argument("--sections", default="kernels ilu solvers direct")
+    p.add_argument("--problems", default="", help="only these problems (names), all by default")
+    p.add_argument("--peers", default="petsc eigen scipy", help="the peers the solvers run against")
     args = p.parse_args()
     args.threads = [int(t) for t in args.threads.split()]
     if args.quick:
-        args.repeat = 1
+        args.repeat = args.repeat_short = 1
     sections = args.sections.split()
 
     probs = [generate(args.out, k, n) + (k == "helm",) for k, n in (QUICK if args.quick else FULL)]
     probs += [p + (False,) for p in real_matrices(args.out, args.matrices, 5000)]
     if args.quick:
         probs = probs[:4]
+    if args.problems:
+        probs = [p for p in probs if p[0] in args.problems.split()]
+    args.peers = args.peers.split()
     print(f"repeats: {args.repeat} (runs over {BIG_SECONDS:.0f} s: {args.repeat_big}); "
           f"threads: {' '.join(map(str, args.threads))}; tolerance {TOL}; b = A·1 ; "
           f"OMP_WAIT_POLICY={os.environ.get('OMP_WAIT_POLICY', '(unset: the runtime default)')}",
