@@ -15,6 +15,8 @@ import re
 import statistics
 import subprocess
 import sys
+import threading
+import time
 
 FULL = [("cd2d", 300), ("cd2d", 500), ("cd2d", 1000), ("cd3d", 40), ("cd3d", 60), ("cd3d", 100),
         ("helm", 300), ("helm", 700)]
@@ -37,6 +39,18 @@ def sh(cmd, timeout=3600, env=None):
     except subprocess.TimeoutExpired:
         return 124, "timeout"
     return r.returncode, r.stdout + r.stderr
+
+
+def sh_timed(cmd, timeout=3600):
+    """sh, and the time at which each line of the command's output arrived (its trace lines are
+    flushed as they are written). Returns (exit code, text, [(seconds, line)])."""
+    proc = subprocess.Popen(cmd, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+    timer = threading.Timer(timeout, proc.kill)
+    timer.start()
+    lines = [(time.perf_counter(), line) for line in iter(proc.stdout.readline, "")]
+    code = proc.wait()
+    timer.cancel()
+    return code, "".join(line for _, line in lines), lines
 
 
 def one_thread_env():
@@ -227,16 +241,17 @@ def kwil_run(build, a, b, solver, threads, extra=()):
            "-s", "ITER_MAXSTEP=20000", "-s", "CHECK_RESULT_LIM=0"]
     for e in extra:
         cmd += ["-s", e]
-    code, text = sh(cmd + [a])
+    code, text, lines = sh_timed(cmd + [a])
     t = re.search(r"Time Solver: \n.*omtime ([0-9.]+)s", text)
-    # The summary's time of the whole kwilSolv, in µs, for the step times: the log's solver time
-    # has three decimals, a whole step of the small problems.
-    fine = re.search(r"^\s+time\s+([0-9.]+) s$", text, re.M)
     steps = re.search(r"Iter \S+ end \d+ step (\d+)", text)
     rel = re.search(r"Check solver result norm rel (\S+) abs", text)
     res = re.search(r"^\s+result\s+(.+)$", text, re.M)
+    # The steps' time, taken in this process: from the solver's start line, written once the
+    # ILU, the solve plans, the work vectors and the first residual are ready, to its end line.
+    start = [t for t, line in lines if re.match(r"KWILTRC: Iter \S+ (l \d+ )?pre ", line)]
+    end = [t for t, line in lines if re.match(r"KWILTRC: Iter \S+ end ", line)]
     return {"ok": code == 0, "wall": float(t.group(1)) if t else float("nan"),
-            "fine": float(fine.group(1)) if fine else float("nan"),
+            "loop": end[0] - start[0] if start and end else float("nan"),
             "steps": int(steps.group(1)) if steps else 0,
             "rel": float(rel.group(1)) if rel else float("nan"),
             "end": res.group(1).strip() if res else f"exit {code}"}
@@ -261,26 +276,19 @@ def solver_row(name, method, threads, runs, per_step_of):
     steps = good[0]["steps"]
     total = median([r["wall"] for r in good])
     per = per_step_of(good, steps)
-    # On short solves the noise of kwil's two medians (solve and set-up) can exceed the steps,
-    # and no figure is printed then.
     table_row(name, method, threads, len(good), steps, f"{total:.3f}",
               fmt(1e3 * per, ".3f") if steps and per > 0 else "n/a", f"{median([r['rel'] for r in good]):.2e}",
               good[0]["end"])
 
 
 def solvers(args, name, a, b, is_complex):
-    # Every measurement of the problem is a pair (row label and threads, or None for a set-up)
-    # and a run; all are taken in turns.
+    # Every measurement of the problem is a row label, its threads and a run; all are taken in
+    # turns.
     rows, fns = [], []
     kw = [0, 2] if is_complex else [0, 1]
     for threads in args.threads:
         for s in kw:
             extra = ["STABL_L=2"] if s == 2 else []
-            # The set-up, as PETSc's KSPSetUp and PCSetUp outside its timed solve: clean-up, ILU,
-            # the solve plans and the work vectors, up to the first step (a step limit of 0).
-            rows.append(None)
-            fns.append(lambda s=s, t=threads, e=extra: kwil_run(args.build, a, b, s, t,
-                                                                e + ["ITER_MAXSTEP=0"]))
             rows.append((f"kwil {SOLVERS[s]}", threads))
             fns.append(lambda s=s, t=threads, e=extra: kwil_run(args.build, a, b, s, t, e))
     env = one_thread_env()
@@ -298,18 +306,9 @@ def solvers(args, name, a, b, is_complex):
         fns.append(lambda: peer_run(["/usr/bin/python3", "bench/peers/scipy_solve.py", a, b,
                                      "bicgstab", TOL, "1e-4"], env))
     runs = interleaved(args, fns)
-    solve_per = lambda g, st: median([r["solve"] for r in g]) / st  # noqa: E731
-    for k, row in enumerate(rows):
-        if row is None:
-            continue
-        label, threads = row
-        if label.startswith("kwil"):
-            # kwil's step time is the solve less the median set-up measured before it.
-            t_setup = median([r["fine"] for r in runs[k - 1]])
-            per = lambda g, st, t0=t_setup: (median([r["fine"] for r in g]) - t0) / st  # noqa: E731
-        else:
-            per = solve_per
-        solver_row(name, label, threads, runs[k], per)
+    for (label, threads), got in zip(rows, runs):
+        key = "loop" if label.startswith("kwil") else "solve"
+        solver_row(name, label, threads, got, lambda g, st: median([r[key] for r in g]) / st)
 
 
 # ---------------------------------------------------------------------------------------------
