@@ -248,8 +248,8 @@ def kwil_run(build, a, b, solver, threads, extra=()):
     res = re.search(r"^\s+result\s+(.+)$", text, re.M)
     # The steps' time, taken in this process: from the solver's start line, written once the
     # ILU, the solve plans, the work vectors and the first residual are ready, to its end line.
-    start = [t for t, line in lines if re.match(r"KWILTRC: Iter \S+ (l \d+ )?pre ", line)]
-    end = [t for t, line in lines if re.match(r"KWILTRC: Iter \S+ end ", line)]
+    start = [at for at, line in lines if re.match(r"KWILTRC: Iter \S+ (l \d+ )?pre ", line)]
+    end = [at for at, line in lines if re.match(r"KWILTRC: Iter \S+ end ", line)]
     return {"ok": code == 0, "wall": float(t.group(1)) if t else float("nan"),
             "loop": end[0] - start[0] if start and end else float("nan"),
             "steps": int(steps.group(1)) if steps else 0,
