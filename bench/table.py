@@ -33,24 +33,26 @@ BIG_SECONDS = 60.0
 SHORT_SECONDS = 1.0
 
 
-def sh(cmd, timeout=3600, env=None):
-    try:
-        r = subprocess.run(cmd, capture_output=True, text=True, timeout=timeout, env=env)
-    except subprocess.TimeoutExpired:
-        return 124, "timeout"
-    return r.returncode, r.stdout + r.stderr
-
-
-def sh_timed(cmd, timeout=3600):
-    """sh, and the time at which each line of the command's output arrived (its trace lines are
-    flushed as they are written). Returns (exit code, text, [(seconds, line)])."""
-    proc = subprocess.Popen(cmd, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-    timer = threading.Timer(timeout, proc.kill)
+def sh_timed(cmd, timeout=3600, env=None):
+    """Runs cmd, its standard error merged into its output, and notes the time at which each
+    line of that output arrived (kwil's trace lines are flushed as they are written). Returns
+    (exit code, text, [(seconds, line)]); 124 and "timeout" when it ran out of time."""
+    proc = subprocess.Popen(cmd, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                            env=env)
+    killed = threading.Event()
+    timer = threading.Timer(timeout, lambda: (killed.set(), proc.kill()))
     timer.start()
     lines = [(time.perf_counter(), line) for line in iter(proc.stdout.readline, "")]
     code = proc.wait()
     timer.cancel()
+    if killed.is_set():
+        return 124, "timeout", lines
     return code, "".join(line for _, line in lines), lines
+
+
+def sh(cmd, timeout=3600, env=None):
+    code, text, _ = sh_timed(cmd, timeout, env)
+    return code, text
 
 
 def one_thread_env():
@@ -268,14 +270,16 @@ def peer_run(cmd, env=None):
             "end": reason.group(1) if reason else ("ok" if code == 0 else f"exit {code}")}
 
 
-def solver_row(name, method, threads, runs, per_step_of):
+def solver_row(name, method, threads, runs, time_key):
+    """One row of the solvers' table; the step time is the median of the runs' time_key over
+    the steps."""
     good = [r for r in runs if r is not None]
     if not good:
         table_row(name, method, threads, "failed", "", "", "", "", "")
         return
     steps = good[0]["steps"]
     total = median([r["wall"] for r in good])
-    per = per_step_of(good, steps)
+    per = median([r[time_key] for r in good]) / steps if steps else float("nan")
     table_row(name, method, threads, len(good), steps, f"{total:.3f}",
               fmt(1e3 * per, ".3f") if steps and per > 0 else "n/a", f"{median([r['rel'] for r in good]):.2e}",
               good[0]["end"])
@@ -307,8 +311,7 @@ def solvers(args, name, a, b, is_complex):
                                      "bicgstab", TOL, "1e-4"], env))
     runs = interleaved(args, fns)
     for (label, threads), got in zip(rows, runs):
-        key = "loop" if label.startswith("kwil") else "solve"
-        solver_row(name, label, threads, got, lambda g, st: median([r[key] for r in g]) / st)
+        solver_row(name, label, threads, got, "loop" if label.startswith("kwil") else "solve")
 
 
 # ---------------------------------------------------------------------------------------------
@@ -372,7 +375,8 @@ def main():
     p.add_argument("--matrices", default=default_catalog())
     p.add_argument("--sections", default="kernels ilu solvers direct")
     p.add_argument("--problems", default="", help="only these problems (names), all by default")
-    p.add_argument("--peers", default="petsc eigen scipy", help="the peers the solvers run against")
+    p.add_argument("--peers", default="petsc eigen scipy",
+                   help="the peers of the ILU and solver sections")
     args = p.parse_args()
     args.threads = [int(t) for t in args.threads.split()]
     if args.quick:
@@ -384,6 +388,10 @@ def main():
     if args.quick:
         probs = probs[:4]
     if args.problems:
+        unknown = set(args.problems.split()) - {p[0] for p in probs}
+        if unknown:
+            sys.exit(f"unknown problem(s): {' '.join(sorted(unknown))}; the problems are "
+                     f"{' '.join(p[0] for p in probs)}")
         probs = [p for p in probs if p[0] in args.problems.split()]
     args.peers = args.peers.split()
     print(f"repeats: {args.repeat} (runs over {BIG_SECONDS:.0f} s: {args.repeat_big}); "
