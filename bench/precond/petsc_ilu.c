@@ -168,7 +168,7 @@ static void bench(const char* name, Csr* c, int reps)
         PetscCallAbort(PETSC_COMM_SELF, MatDestroy(&F));
     }
     if (bestNum < 1e300) {
-        printf("| %s | %ld | %ld | %.0f | %.3f | %.3f | %.3f | %.2f |\n", name, (long)c->n,
+        printf("| %s | %ld | %ld | %.0f | %.3f | %.3f | %.3f | %.3f |\n", name, (long)c->n,
                (long)c->nnz, fi.nz_used, 1e3 * bestSym, 1e3 * bestNum, 1e3 * (bestSym + bestNum),
                1e3 * bestSolve);
     }
