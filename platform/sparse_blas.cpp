@@ -112,10 +112,9 @@ ALWAYS_INLINE inline void productRows(int r0, int r1, V alpha, const V* val, con
                                       const int* ptr, const V* x, V beta, V* y)
 {
     const bool beta0 = isZero(beta);
-    const int last = ptr[r1] - 1;
     for (int i = r0; i < r1; ++i) {
         if (Prefetch)
-            prefetchAhead(val, col, ptr[i] - 1, last);
+            prefetchAhead(val, col, ptr[i] - 1);
         const V s = rowDot(val, col, x, ptr[i] - 1, ptr[i + 1] - 1);
         y[i] = beta0 ? mul(alpha, s) : add(mul(alpha, s), mul(beta, y[i]));
     }
@@ -188,9 +187,8 @@ template <class V>
 ALWAYS_INLINE inline void scatter(int m, V alpha, const V* val, const int* col, const int* ptr,
                                   const V* x, V* y)
 {
-    const int last = ptr[m] - 1;
     for (int i = 0; i < m; ++i) {
-        prefetchAhead(val, col, ptr[i] - 1, last);
+        prefetchAhead(val, col, ptr[i] - 1);
         scatterRow(val, col, ptr[i] - 1, ptr[i + 1] - 1, mul(alpha, x[i]), y);
     }
 }
@@ -234,11 +232,10 @@ void productTransposed(int m, V alpha, const V* val, const int* col, const int* 
         }
         scale(r0, r1, beta, y);
         int head = r0, tail = r1;
-        const int last = ptr[r1] - 1;
         for (int i = r0; i < r1; ++i) {
             const V ax = mul(alpha, x[i]);
             const int begin = ptr[i] - 1, end = ptr[i + 1] - 1;
-            prefetchAhead(val, col, begin, last);
+            prefetchAhead(val, col, begin);
             // Columns ascend within a row: when the first and the last lie in the block, so do
             // all, and the row scatters without a test per entry.
             if (begin < end && col[begin] > r0 && col[end - 1] <= r1) {
@@ -294,7 +291,7 @@ ALWAYS_INLINE inline void solveLowerTransposed(int m, const V* val, const int* p
     V carry{}; // t_{i+1,i} y_{i+1}, not yet subtracted from y_i
     for (int i = m - 1; i >= 0; --i) {
         const int begin = ptr[i] - 1;
-        prefetchBehind(val, col, begin, 0);
+        prefetchBehind(val, col, begin);
         int q = ptr[i + 1] - 1; // the strict lower part is [begin, q) once the scan stops
         while (q > begin && col[q - 1] > i + 1)
             --q;
@@ -321,12 +318,11 @@ ALWAYS_INLINE inline void solveUpperTransposed(int m, const V* val, const int* p
         for (int i = 0; i < m; ++i)
             y[i] = x[i];
     }
-    const int last = m > 0 ? ptr[m] - 1 : 0;
     V carry{}; // t_{i-1,i} y_{i-1}, not yet subtracted from y_i
     for (int i = 0; i < m; ++i) {
         const int end = ptr[i + 1] - 1;
         int p = ptr[i] - 1;
-        prefetchAhead(val, col, p, last);
+        prefetchAhead(val, col, p);
         while (p < end && col[p] < i + 1)
             ++p;
         V d{};
@@ -361,20 +357,20 @@ void checkSolve(const char* uplo, const char* transa, const char* diag, int m)
 TARGET_CLONES void lowerOf(int m, const double* a, const int* ia, const int* ja, const double* x,
                            double* y)
 {
-    solveLower(0, m, a, ia, ja, x, y, m > 0 ? ia[m] - 1 : 0);
+    solveLower(0, m, a, ia, ja, x, y);
 }
 TARGET_CLONES void lowerOf(int m, const Z* a, const int* ia, const int* ja, const Z* x, Z* y)
 {
-    solveLower(0, m, a, ia, ja, x, y, m > 0 ? ia[m] - 1 : 0);
+    solveLower(0, m, a, ia, ja, x, y);
 }
 TARGET_CLONES void upperOf(int m, const double* a, const int* ia, const int* ja, const double* x,
                            double* y)
 {
-    solveUpper(0, m, a, ia, ja, x, y, 0);
+    solveUpper(0, m, a, ia, ja, x, y);
 }
 TARGET_CLONES void upperOf(int m, const Z* a, const int* ia, const int* ja, const Z* x, Z* y)
 {
-    solveUpper(0, m, a, ia, ja, x, y, 0);
+    solveUpper(0, m, a, ia, ja, x, y);
 }
 template <class V>
 ALWAYS_INLINE inline void transposed(bool upper, int m, const V* a, const int* ia, const int* ja,

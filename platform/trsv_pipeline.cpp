@@ -339,15 +339,15 @@ int firstWait(const PlatformTrsvPlan* plan, int s)
 }
 
 // Steps [s, e) of the lower or the upper solve from the triangle as given, each row dividing by
-// its pivot; first and last bound the prefetches of an upper and a lower triangle.
+// its pivot.
 template <class V>
 ALWAYS_INLINE inline void solveRows(bool upper, int m, int s, int e, const V* a, const int* ia,
-                                    const int* ja, const V* x, V* y, int first, int last)
+                                    const int* ja, const V* x, V* y)
 {
     if (upper) {
-        solveUpper(m - e, m - s, a, ia, ja, x, y, first);
+        solveUpper(m - e, m - s, a, ia, ja, x, y);
     } else {
-        solveLower(s, e, a, ia, ja, x, y, last);
+        solveLower(s, e, a, ia, ja, x, y);
     }
 }
 
@@ -358,11 +358,10 @@ inline int farStop(int stop)
 }
 
 // Steps [s, e) from a thread's copy r (PackedRows), s being the thread's j-th step: the arithmetic
-// of lowerRow and upperRow, term for term. A lower solve prefetches the far terms up to the entry
-// last.
+// of lowerRow and upperRow, term for term.
 template <bool Upper, class V>
 ALWAYS_INLINE inline void solvePacked(int m, int s, int e, int j, const PackedRows& r, const V* x,
-                                      V* y, int last)
+                                      V* y)
 {
     const V* val = static_cast<const V*>(r.val);
     const V* pivots = static_cast<const V*>(r.pivots);
@@ -377,9 +376,9 @@ ALWAYS_INLINE inline void solvePacked(int m, int s, int e, int j, const PackedRo
         const int stop = r.stops[j + 1];
         const int end = farStop(stop);
         if (Upper) {
-            prefetchBehind(val, col, b, 0);
+            prefetchBehind(val, col, b);
         } else {
-            prefetchAhead(val, col, b, last);
+            prefetchAhead(val, col, b);
         }
         V t = x[i];
         for (int p = b; p < end; ++p)
@@ -402,7 +401,6 @@ ALWAYS_INLINE inline void runThread(const PlatformTrsvPlan* plan, int t, Progres
     const int m = plan->m;
     const bool packed = plan->packed != nullptr;
     int own = 0; // this thread's steps before the current piece
-    const int packedLast = packed ? farStop(plan->packed[t].stops[plan->packed[t].steps]) - 1 : 0;
     int seen[MAX_PLAN_THREADS];
     for (int u = 0; u < plan->threads; ++u)
         seen[u] = -1;
@@ -439,13 +437,12 @@ ALWAYS_INLINE inline void runThread(const PlatformTrsvPlan* plan, int t, Progres
                     break;
                 }
             }
-            // A thread's own copy runs on from one piece into the next: prefetch across them.
             if (packed && plan->upper) {
-                solvePacked<true>(m, s, e, own + s - s0, plan->packed[t], x, y, packedLast);
+                solvePacked<true>(m, s, e, own + s - s0, plan->packed[t], x, y);
             } else if (packed) {
-                solvePacked<false>(m, s, e, own + s - s0, plan->packed[t], x, y, packedLast);
+                solvePacked<false>(m, s, e, own + s - s0, plan->packed[t], x, y);
             } else {
-                solveRows(plan->upper, m, s, e, a, ia, ja, x, y, ia[m - s1] - 1, ia[s1] - 1);
+                solveRows(plan->upper, m, s, e, a, ia, ja, x, y);
             }
             publish(e - 1);
             s = e;
