@@ -187,9 +187,12 @@ template <class V>
 ALWAYS_INLINE inline void scatter(int m, V alpha, const V* val, const int* col, const int* ptr,
                                   const V* x, V* y)
 {
+    int begin = ptr[0] - 1;
     for (int i = 0; i < m; ++i) {
-        prefetchAhead(val, col, ptr[i] - 1);
-        scatterRow(val, col, ptr[i] - 1, ptr[i + 1] - 1, mul(alpha, x[i]), y);
+        const int end = ptr[i + 1] - 1;
+        prefetchAhead(val, col, begin);
+        scatterRow(val, col, begin, end, mul(alpha, x[i]), y);
+        begin = end;
     }
 }
 TARGET_CLONES void scatterOf(int m, double alpha, const double* val, const int* col, const int* ptr,
@@ -232,9 +235,11 @@ void productTransposed(int m, V alpha, const V* val, const int* col, const int* 
         }
         scale(r0, r1, beta, y);
         int head = r0, tail = r1;
+        int next = ptr[r0] - 1;
         for (int i = r0; i < r1; ++i) {
             const V ax = mul(alpha, x[i]);
-            const int begin = ptr[i] - 1, end = ptr[i + 1] - 1;
+            const int begin = next, end = ptr[i + 1] - 1;
+            next = end;
             prefetchAhead(val, col, begin);
             // Columns ascend within a row: when the first and the last lie in the block, so do
             // all, and the row scatters without a test per entry.
