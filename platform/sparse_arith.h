@@ -114,9 +114,9 @@ template <class V> inline bool worthPrefetching(long entries)
 template <class V> inline void prefetchAt(const V* val, const int* col, int p, std::intptr_t bytes)
 {
     constexpr std::intptr_t line = 64;
-    constexpr std::intptr_t valuesPerColumn = sizeof(V) / sizeof(int);
+    constexpr std::intptr_t valueBytesPerColumnByte = sizeof(V) / sizeof(int);
     const auto v = reinterpret_cast<std::intptr_t>(val + p) + bytes;
-    const auto c = reinterpret_cast<std::intptr_t>(col + p) + bytes / valuesPerColumn;
+    const auto c = reinterpret_cast<std::intptr_t>(col + p) + bytes / valueBytesPerColumnByte;
     for (int k = 0; k < prefetchLines<V>(); ++k)
         __builtin_prefetch(reinterpret_cast<const void*>(v + k * line));
     __builtin_prefetch(reinterpret_cast<const void*>(c));
