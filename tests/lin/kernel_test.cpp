@@ -245,6 +245,36 @@ TEST_P(Kernels, TransposedProductOfABandedMatrixWithStrayEntries)
     expectClose(lintest::values(y.get()), want, mag, "banded transposed");
 }
 
+TEST_P(Kernels, TransposedProductZeroesTheColumnsNoRowReaches)
+{
+    // Rows hold three columns a hundred apart in the first tenth only, every third row none: with
+    // beta 0, y must come out as the sums there and zero past them, however y started. The
+    // matrix and vectors (22 MB) are too large for a cache, where y is zeroed ahead of the rows.
+    const Case c = GetParam();
+    Threads threads(c.threads);
+    const int n = 300000;
+    std::vector<lintest::Entry> e;
+    for (int i = 1; i <= n; ++i) {
+        if (i % 3 == 0)
+            continue;
+        for (int k = 0; k < 3; ++k)
+            e.push_back({i,
+                         1 + (i / 10 + 97 * k) % (n / 10),
+                         {1.0 + k, c.dataType == LIN_REAL ? 0 : -0.5}});
+    }
+    MatPtr a(lintest::makeCoo(c.dataType, n, e));
+    ASSERT_EQ(comLinMatChangeType(nullptr, a.get(), MAT_CSR), 1);
+    VecPtr x(lintest::randomVec(c.dataType, n, 41));
+    VecPtr y(comLinVecCreateInit(nullptr, c.dataType, n, {std::nan(""), std::nan("")}));
+    comLinMatCalcVec(nullptr, {1, 0}, a.get(), 1, x.get(), {0, 0}, y.get());
+    std::vector<double> mag;
+    const auto want = refProduct(a.get(), true, Cplx(1), lintest::values(x.get()), Cplx(0),
+                                 std::vector<Cplx>(n), &mag);
+    const auto got = lintest::values(y.get());
+    expectClose(got, want, mag, "transposed, beta 0");
+    EXPECT_EQ(std::count(got.begin() + n / 10, got.end(), Cplx(0)), n - n / 10);
+}
+
 TEST_P(Kernels, TriangularSolvesMatchTheDenseReference)
 {
     const Case c = GetParam();
