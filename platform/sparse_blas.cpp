@@ -231,8 +231,8 @@ ALWAYS_INLINE inline void scatterFresh(int m, V alpha, const V* val, const int* 
 constexpr long LAST_LEVEL_BYTES = 16L << 20;
 
 // y := alpha A^T x + beta y on the calling thread. With beta 0 and y beyond the caches, complex y
-// is zeroed ahead of the rows: 9 % faster on 100 MB, 16 % on 22 MB. Real y is not: that ran 4 to
-// 5 % slower, as the scatter of real values is held by its instructions rather than by memory.
+// is zeroed ahead of the rows: 9 % faster on 100 MB, 16 % on 22 MB. Real y is not: that ran 2 to
+// 5 % slower.
 TARGET_CLONES void scatterOf(int m, double alpha, const double* val, const int* col, const int* ptr,
                              const double* x, double beta, double* y)
 {
