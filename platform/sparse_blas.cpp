@@ -17,8 +17,6 @@
 
 #include <omp.h>
 
-#include <algorithm>
-
 #include "common/com.h"
 #include "platform/sparse_arith.h"
 
@@ -215,7 +213,9 @@ ALWAYS_INLINE inline void scatterFresh(int m, V alpha, const V* val, const int* 
         prefetchAhead(val, col, begin);
         // Columns ascend within a row: y is zero or holds sums up to the row's last column.
         if (begin < end && col[end - 1] > zeroed) {
-            for (const int to = std::min(m, col[end - 1] + ZERO_AHEAD<V>); zeroed < to; ++zeroed)
+            const int last = col[end - 1];
+            const int to = last < m - ZERO_AHEAD<V> ? last + ZERO_AHEAD<V> : m; // no overflow
+            for (; zeroed < to; ++zeroed)
                 y[zeroed] = V{};
         }
         scatterRow(val, col, begin, end, mul(alpha, x[i]), y);
@@ -224,6 +224,7 @@ ALWAYS_INLINE inline void scatterFresh(int m, V alpha, const V* val, const int* 
     for (; zeroed < m; ++zeroed)
         y[zeroed] = V{};
 }
+
 // Bytes of values, columns and vectors from which y no longer stays in the last-level cache
 // between a pass that zeroes it and the rows that reach it: half this machine's 32 MiB, which
 // other processes share. Below, that pass costs little and zeroing ahead of the rows ran 3 to 5 %
@@ -242,8 +243,9 @@ TARGET_CLONES void scatterOf(int m, double alpha, const double* val, const int* 
 TARGET_CLONES void scatterOf(int m, Z alpha, const Z* val, const int* col, const int* ptr,
                              const Z* x, Z beta, Z* y)
 {
-    const long bytes = (static_cast<long>(ptr[m]) - ptr[0]) * static_cast<long>(sizeof(Z) + 4) +
-                       2L * m * static_cast<long>(sizeof(Z));
+    const long bytes =
+        (static_cast<long>(ptr[m]) - ptr[0]) * static_cast<long>(sizeof(Z) + sizeof(int)) +
+        2L * m * static_cast<long>(sizeof(Z));
     if (isZero(beta) && bytes >= LAST_LEVEL_BYTES) {
         scatterFresh(m, alpha, val, col, ptr, x, y);
     } else {

@@ -249,7 +249,8 @@ TEST_P(Kernels, TransposedProductZeroesTheColumnsNoRowReaches)
 {
     // Rows hold three columns a hundred apart in the first tenth only, every third row none: with
     // beta 0, y must come out as the sums there and zero past them, however y started. The
-    // matrix and vectors (22 MB) are too large for a cache, where y is zeroed ahead of the rows.
+    // complex matrix and vectors (22 MB) are too large for a cache, so y is zeroed ahead of the
+    // rows there.
     const Case c = GetParam();
     Threads threads(c.threads);
     const int n = 300000;
