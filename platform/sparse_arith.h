@@ -107,6 +107,20 @@ template <class V> inline bool worthPrefetching(long entries)
     return entries * static_cast<long>(sizeof(V) + sizeof(int)) >= CACHED_BYTES;
 }
 
+// Bytes of values, columns and vectors from which a vector a loop writes in a pass of its own no
+// longer stays in the last-level cache until the rows reach it: half this machine's 32 MiB, which
+// other processes share (the transposed product's pass and its zeroing ahead of the rows broke
+// even at 15 to 17 MB).
+constexpr long LAST_LEVEL_BYTES = 16L << 20;
+// Whether a loop over m rows, the given stored entries of values V and two vectors of m values
+// outgrows the last-level cache.
+template <class V> inline bool outgrowsCaches(long entries, int m)
+{
+    return entries * static_cast<long>(sizeof(V) + sizeof(int)) +
+               2L * m * static_cast<long>(sizeof(V)) >=
+           LAST_LEVEL_BYTES;
+}
+
 // Prefetches the values and the column of the entry that lies the given bytes of values from
 // entry p. The address may lie beyond the arrays: a prefetch never faults, and bounding it cost
 // the scatter of the transposed product 4 % of its speed. It is formed as an integer, not as a

@@ -182,29 +182,16 @@ ALWAYS_INLINE inline void scatterRow(const V* val, const int* col, int begin, in
         addMul(y[col[p] - 1], val[p], ax);
 }
 
-// y += alpha A^T x on the calling thread: row i of A scatters alpha x_i times its entries.
-template <class V>
-ALWAYS_INLINE inline void scatter(int m, V alpha, const V* val, const int* col, const int* ptr,
-                                  const V* x, V* y)
-{
-    int begin = ptr[0] - 1;
-    for (int i = 0; i < m; ++i) {
-        const int end = ptr[i + 1] - 1;
-        prefetchAhead(val, col, begin);
-        scatterRow(val, col, begin, end, mul(alpha, x[i]), y);
-        begin = end;
-    }
-}
-
 // Entries of y zeroed at once beyond the last column a row reaches: a kilobyte, so that the
 // zeroing is not a call per row.
 template <class V> constexpr int ZERO_AHEAD = 1024 / sizeof(V);
 
-// y := alpha A^T x on the calling thread, y zeroed just ahead of the rows, so that a line of y
-// is still in cache when the rows reach it: a pass of its own would take y from memory twice.
-template <class V>
-ALWAYS_INLINE inline void scatterFresh(int m, V alpha, const V* val, const int* col, const int* ptr,
-                                       const V* x, V* y)
+// y += alpha A^T x on the calling thread: row i of A scatters alpha x_i times its entries. With
+// ZeroAhead, y := alpha A^T x instead, y zeroed just ahead of the rows, so that a line of y is
+// still in cache when the rows reach it: a pass of its own would take y from memory twice.
+template <bool ZeroAhead, class V>
+ALWAYS_INLINE inline void scatter(int m, V alpha, const V* val, const int* col, const int* ptr,
+                                  const V* x, V* y)
 {
     int zeroed = 0; // y[0, zeroed) is zero or holds sums
     int begin = ptr[0] - 1;
@@ -212,7 +199,7 @@ ALWAYS_INLINE inline void scatterFresh(int m, V alpha, const V* val, const int* 
         const int end = ptr[i + 1] - 1;
         prefetchAhead(val, col, begin);
         // Columns ascend within a row: y is zero or holds sums up to the row's last column.
-        if (begin < end && col[end - 1] > zeroed) {
+        if (ZeroAhead && begin < end && col[end - 1] > zeroed) {
             const int last = col[end - 1];
             const int to = last < m - ZERO_AHEAD<V> ? last + ZERO_AHEAD<V> : m; // no overflow
             for (; zeroed < to; ++zeroed)
@@ -221,36 +208,30 @@ ALWAYS_INLINE inline void scatterFresh(int m, V alpha, const V* val, const int* 
         scatterRow(val, col, begin, end, mul(alpha, x[i]), y);
         begin = end;
     }
-    for (; zeroed < m; ++zeroed)
-        y[zeroed] = V{};
+    if (ZeroAhead) {
+        for (; zeroed < m; ++zeroed)
+            y[zeroed] = V{};
+    }
 }
 
-// Bytes of values, columns and vectors from which y no longer stays in the last-level cache
-// between a pass that zeroes it and the rows that reach it: half this machine's 32 MiB, which
-// other processes share. Below, that pass costs little and zeroing ahead of the rows ran 3 to 5 %
-// slower; the two broke even at 15 to 17 MB.
-constexpr long LAST_LEVEL_BYTES = 16L << 20;
-
-// y := alpha A^T x + beta y on the calling thread. With beta 0 and y beyond the caches, complex y
-// is zeroed ahead of the rows: 9 % faster on 100 MB, 16 % on 22 MB. Real y is not: that ran 2 to
-// 5 % slower.
+// y := alpha A^T x + beta y on the calling thread. With beta 0 on a product beyond the caches,
+// complex y is zeroed ahead of the rows: 9 % faster on 100 MB, 16 % on 22 MB. Real y is not: that
+// ran 2 to 5 % slower. Within the caches a pass of its own is the faster (zeroing ahead ran 3 to
+// 5 % slower there).
 TARGET_CLONES void scatterOf(int m, double alpha, const double* val, const int* col, const int* ptr,
                              const double* x, double beta, double* y)
 {
     scale(0, m, beta, y);
-    scatter(m, alpha, val, col, ptr, x, y);
+    scatter<false>(m, alpha, val, col, ptr, x, y);
 }
 TARGET_CLONES void scatterOf(int m, Z alpha, const Z* val, const int* col, const int* ptr,
                              const Z* x, Z beta, Z* y)
 {
-    const long bytes =
-        (static_cast<long>(ptr[m]) - ptr[0]) * static_cast<long>(sizeof(Z) + sizeof(int)) +
-        2L * m * static_cast<long>(sizeof(Z));
-    if (isZero(beta) && bytes >= LAST_LEVEL_BYTES) {
-        scatterFresh(m, alpha, val, col, ptr, x, y);
+    if (isZero(beta) && outgrowsCaches<Z>(static_cast<long>(ptr[m]) - ptr[0], m)) {
+        scatter<true>(m, alpha, val, col, ptr, x, y);
     } else {
         scale(0, m, beta, y);
-        scatter(m, alpha, val, col, ptr, x, y);
+        scatter<false>(m, alpha, val, col, ptr, x, y);
     }
 }
 
