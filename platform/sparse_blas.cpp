@@ -235,6 +235,55 @@ TARGET_CLONES void scatterOf(int m, Z alpha, const Z* val, const int* col, const
     }
 }
 
+// Block [r0, r1) of the threaded transposed product: y[r0, r1) := beta y plus the entries of rows
+// r0 to r1 - 1 whose column lies in the block. Rows before head may reach columns before r0, rows
+// from tail columns from r1 on.
+template <class V>
+ALWAYS_INLINE inline void scatterBlock(int r0, int r1, V alpha, const V* val, const int* col,
+                                       const int* ptr, const V* x, V beta, V* y, int& headEnd,
+                                       int& tailStart)
+{
+    scale(r0, r1, beta, y);
+    int head = r0, tail = r1;
+    int next = ptr[r0] - 1;
+    for (int i = r0; i < r1; ++i) {
+        const V ax = mul(alpha, x[i]);
+        const int begin = next, end = ptr[i + 1] - 1;
+        next = end;
+        prefetchAhead(val, col, begin);
+        // Columns ascend within a row: when the first and the last lie in the block, so do
+        // all, and the row scatters without a test per entry.
+        if (begin < end && col[begin] > r0 && col[end - 1] <= r1) {
+            scatterRow(val, col, begin, end, ax, y);
+            continue;
+        }
+        for (int p = begin; p < end; ++p) {
+            const int c = col[p] - 1;
+            if (c >= r0 && c < r1) {
+                addMul(y[c], val[p], ax);
+            } else if (c < r0) {
+                head = i + 1;
+            } else if (tail == r1) {
+                tail = i;
+            }
+        }
+    }
+    headEnd = head;
+    tailStart = tail;
+}
+TARGET_CLONES void scatterBlockOf(int r0, int r1, double alpha, const double* val, const int* col,
+                                  const int* ptr, const double* x, double beta, double* y,
+                                  int& headEnd, int& tailStart)
+{
+    scatterBlock(r0, r1, alpha, val, col, ptr, x, beta, y, headEnd, tailStart);
+}
+TARGET_CLONES void scatterBlockOf(int r0, int r1, Z alpha, const Z* val, const int* col,
+                                  const int* ptr, const Z* x, Z beta, Z* y, int& headEnd,
+                                  int& tailStart)
+{
+    scatterBlock(r0, r1, alpha, val, col, ptr, x, beta, y, headEnd, tailStart);
+}
+
 template <class V>
 void productTransposed(int m, V alpha, const V* val, const int* col, const int* ptr, const V* x,
                        V beta, V* y)
@@ -261,33 +310,7 @@ void productTransposed(int m, V alpha, const V* val, const int* col, const int* 
             start[n] = m;
             used = n;
         }
-        scale(r0, r1, beta, y);
-        int head = r0, tail = r1;
-        int next = ptr[r0] - 1;
-        for (int i = r0; i < r1; ++i) {
-            const V ax = mul(alpha, x[i]);
-            const int begin = next, end = ptr[i + 1] - 1;
-            next = end;
-            prefetchAhead(val, col, begin);
-            // Columns ascend within a row: when the first and the last lie in the block, so do
-            // all, and the row scatters without a test per entry.
-            if (begin < end && col[begin] > r0 && col[end - 1] <= r1) {
-                scatterRow(val, col, begin, end, ax, y);
-                continue;
-            }
-            for (int p = begin; p < end; ++p) {
-                const int c = col[p] - 1;
-                if (c >= r0 && c < r1) {
-                    addMul(y[c], val[p], ax);
-                } else if (c < r0) {
-                    head = i + 1;
-                } else if (tail == r1) {
-                    tail = i;
-                }
-            }
-        }
-        headEnd[t] = head;
-        tailStart[t] = tail;
+        scatterBlockOf(r0, r1, alpha, val, col, ptr, x, beta, y, headEnd[t], tailStart[t]);
     }
     // The entries outside each block, added by this thread alone.
     for (int t = 0; t < used; ++t) {
