@@ -112,13 +112,17 @@ template <class V> inline bool worthPrefetching(long entries)
 // other processes share (the transposed product's pass and its zeroing ahead of the rows broke
 // even at 15 to 17 MB).
 constexpr long LAST_LEVEL_BYTES = 16L << 20;
-// Whether a loop over m rows, the given stored entries of values V and two vectors of m values
-// outgrows the last-level cache.
-template <class V> inline bool outgrowsCaches(long entries, int m)
+// Bytes a loop over m rows moves: the given stored entries of values V with their columns, and
+// two vectors of m values.
+template <class V> inline long bytesMoved(long entries, int m)
 {
     return entries * static_cast<long>(sizeof(V) + sizeof(int)) +
-               2L * m * static_cast<long>(sizeof(V)) >=
-           LAST_LEVEL_BYTES;
+           2L * m * static_cast<long>(sizeof(V));
+}
+// Whether such a loop outgrows the last-level cache.
+template <class V> inline bool outgrowsCaches(long entries, int m)
+{
+    return bytesMoved<V>(entries, m) >= LAST_LEVEL_BYTES;
 }
 
 // Prefetches the values and the column of the entry that lies the given bytes of values from

@@ -247,21 +247,24 @@ TEST_P(Kernels, TransposedProductOfABandedMatrixWithStrayEntries)
 
 TEST_P(Kernels, TransposedProductZeroesTheColumnsNoRowReaches)
 {
-    // Rows hold three columns a hundred apart in the first tenth only, every third row none: with
-    // beta 0, y must come out as the sums there and zero past them, however y started. The
-    // complex matrix and vectors (22 MB) are too large for a cache, so y is zeroed ahead of the
-    // rows there.
+    // With beta 0, y must come out as the sums where rows reach and zero elsewhere, however y
+    // started. Rows hold three columns in the first tenth (every third row none), the rows around
+    // the middle also their diagonal, and every seventh row of the second half one column in
+    // [0.6 n, 0.7 n). The middle rows reach across the boundary of two threads' blocks; rows of
+    // the second half hold columns on both sides of it. The complex matrix and vectors (23 MB, and
+    // 90 MB for two threads) are too large for the caches, so y is zeroed ahead of the rows there.
     const Case c = GetParam();
     Threads threads(c.threads);
-    const int n = 300000;
+    const int n = c.threads > 1 ? 1200000 : 300000;
     std::vector<lintest::Entry> e;
+    const Cplx v(1.0, c.dataType == LIN_REAL ? 0 : -0.5);
     for (int i = 1; i <= n; ++i) {
-        if (i % 3 == 0)
-            continue;
-        for (int k = 0; k < 3; ++k)
-            e.push_back({i,
-                         1 + (i / 10 + 97 * k) % (n / 10),
-                         {1.0 + k, c.dataType == LIN_REAL ? 0 : -0.5}});
+        for (int k = 0; k < 3 && i % 3 != 0; ++k)
+            e.push_back({i, 1 + (i / 10 + 97 * k) % (n / 10), v + Cplx(k)});
+        if (std::abs(i - n / 2) < n / 20)
+            e.push_back({i, i, v});
+        if (i > n / 2 && i % 7 == 0)
+            e.push_back({i, 1 + 6 * (n / 10) + i % (n / 10), v});
     }
     MatPtr a(lintest::makeCoo(c.dataType, n, e));
     ASSERT_EQ(comLinMatChangeType(nullptr, a.get(), MAT_CSR), 1);
@@ -273,7 +276,11 @@ TEST_P(Kernels, TransposedProductZeroesTheColumnsNoRowReaches)
                                  std::vector<Cplx>(n), &mag);
     const auto got = lintest::values(y.get());
     expectClose(got, want, mag, "transposed, beta 0");
-    EXPECT_EQ(std::count(got.begin() + n / 10, got.end(), Cplx(0)), n - n / 10);
+    const auto zeros = [&](int from, int to) {
+        return std::count(got.begin() + from, got.begin() + to, Cplx(0));
+    };
+    EXPECT_EQ(zeros(n / 10, n / 2 - n / 20), n / 2 - n / 20 - n / 10);
+    EXPECT_EQ(zeros(7 * (n / 10), n), n - 7 * (n / 10));
 }
 
 TEST_P(Kernels, TriangularSolvesMatchTheDenseReference)
