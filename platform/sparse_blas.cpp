@@ -239,6 +239,11 @@ TARGET_CLONES void scatterOf(int m, Z alpha, const Z* val, const int* col, const
     }
 }
 
+// Prefetch distance in the blocks of the threaded transposed product, in bytes of values of
+// either type: with two threads, real values ran 2 % faster at 2 KiB than at the one-thread
+// 4 KiB, and 8 % slower at 8 KiB.
+constexpr int BLOCK_PREFETCH_BYTES = 2048;
+
 // Block [r0, r1) of the threaded transposed product: y[r0, r1) := beta y plus the entries of rows
 // r0 to r1 - 1 whose column lies in the block; rows before headEnd may reach columns before r0,
 // rows from tailStart columns from r1 on. With ZeroAhead (beta 0), y is zeroed just ahead of the
@@ -257,7 +262,7 @@ ALWAYS_INLINE inline void scatterBlock(int r0, int r1, V alpha, const V* val, co
         const V ax = mul(alpha, x[i]);
         const int begin = next, end = ptr[i + 1] - 1;
         next = end;
-        prefetchAhead(val, col, begin);
+        prefetchAt(val, col, begin, BLOCK_PREFETCH_BYTES);
         // y is zero or holds sums up to the row's last column or the block's end.
         if (ZeroAhead && begin < end && col[end - 1] > zeroed)
             zeroed = zeroAhead(zeroed, col[end - 1], r1, y);
