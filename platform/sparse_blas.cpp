@@ -197,7 +197,7 @@ void zeroStreamed(int r0, int r1, double* y)
     }
     while (p < end)
         *p++ = 0.0;
-    _mm_sfence(); // the streamed stores reach memory before the rows read y
+    _mm_sfence(); // orders the streamed stores before the rows' updates of y
 #else
     for (int i = r0; i < r1; ++i)
         y[i] = 0.0;
@@ -249,7 +249,7 @@ ALWAYS_INLINE inline void scatter(int m, V alpha, const V* val, const int* col, 
 }
 
 // y := alpha A^T x + beta y on the calling thread. With beta 0 on a product beyond the caches,
-// complex y is zeroed ahead of the rows: 9 % faster on 100 MB, 16 % on 22 MB. Real y is not: that
+// complex y is zeroed ahead of the rows: 9 % faster on 160 MB, 16 % on 22 MB. Real y is not: that
 // ran 2 to 5 % slower. Within the caches a pass of its own is the faster (zeroing ahead ran 3 to
 // 5 % slower there).
 TARGET_CLONES void scatterOf(int m, double alpha, const double* val, const int* col, const int* ptr,
@@ -324,9 +324,9 @@ ALWAYS_INLINE inline void scatterBlock(int r0, int r1, V alpha, const V* val, co
 // How the blocks start on m rows and the given stored entries. With beta 0 on a product of at
 // least 64 MiB, two threads' caches no longer hold y from a pass of its own until the rows reach
 // it (the crossovers lie higher than on one thread, whose caches hold less):
-// - complex y is zeroed ahead of the rows: 7 to 9 % faster on 95 and 100 MB, level on 65 MB, 1 to
-//   3 % slower on 14 to 40 MB;
-// - real y is streamed: 2 to 4 % faster on 106 MB, level on 55 MB, 2 to 5 % slower on 12 to 37 MB.
+// - complex y is zeroed ahead of the rows: 7 % faster on 95 MB, 8 to 15 % on 160 MB, level on
+//   65 MB, 1 to 3 % slower on 14 to 40 MB;
+// - real y is streamed: 1 to 5 % faster on 92 MB, level on 55 MB, 2 to 5 % slower on 12 to 37 MB.
 //   Zeroing real y ahead of the rows ran level or slower.
 constexpr long THREADED_BEYOND_CACHE_BYTES = 4 * LAST_LEVEL_BYTES;
 BlockY blockYOf(double beta, long entries, int m)
