@@ -199,8 +199,7 @@ void zeroStreamed(int r0, int r1, double* y)
         *p++ = 0.0;
     _mm_sfence(); // orders the streamed stores before the rows' updates of y
 #else
-    for (int i = r0; i < r1; ++i)
-        y[i] = 0.0;
+    scale(r0, r1, 0.0, y);
 #endif
 }
 
