@@ -149,5 +149,6 @@ void comLinVecCalcDotCompConj(KwilHandle* handle, const ComLinVec* x, const ComL
 // *result := sum x_i y_i of two complex vectors.
 void comLinVecCalcDotCompUnconj(KwilHandle* handle, const ComLinVec* x, const ComLinVec* y,
                                 ComComplex* result);
-// Euclidean norm by the BLAS norm routine.
+// Euclidean norm by an overflow- and underflow-safe norm routine (platform_dnrm2), not the root
+// of a dot product.
 double comLinVecCalcNorm2(KwilHandle* handle, const ComLinVec* x);

@@ -8,7 +8,11 @@
 // Bytes counted per call: 12 per stored entry (value and column; 20 when complex), 4 per row
 // pointer, the vector x read and y written (8 or 16 bytes per row each). The triad
 // a = b + s c counts 24 bytes per element.
+//
+// The 2-norm of a vector as long as the triad's arrays (64 MiB, or 1.8 MiB in the cache) is
+// measured too, the library's against OpenBLAS's dnrm2 (8 bytes per double read).
 #include <benchmark/benchmark.h>
+#include <cblas.h>
 #include <omp.h>
 
 #include <algorithm>
@@ -147,7 +151,60 @@ std::map<std::string, Result>& results()
 // SOLVE_PAIR: two one-thread lower solves at once, each thread on its own copy of the triangle
 // and its own vectors. No dependency joins them, so their combined rate against the one-thread
 // solve is the most that two threads can gain on a solve on this machine.
-enum Kernel { PRODUCT, TRANSPOSED, LOWER_SOLVE, UPPER_SOLVE, SOLVE_PAIR };
+// NORM, BLAS_NORM: the library's 2-norm and OpenBLAS's dnrm2 (dznrm2) on one vector.
+enum Kernel { PRODUCT, TRANSPOSED, LOWER_SOLVE, UPPER_SOLVE, SOLVE_PAIR, NORM, BLAS_NORM };
+
+const char* const KERNEL_NAMES[] = {"product",        "transposed", "lowerSolve", "upperSolve",
+                                    "twoLowerSolves", "norm",       "blasNorm"};
+
+// Notes a kernel's best call of a run against the best triad interleaved with its calls.
+void report(benchmark::State& state, Kernel kernel, int grid, int dataType, int threads,
+            double bytes, double best, double bestTriad, const Triad& tr)
+{
+    const double triadBw = tr.bytes() / bestTriad;
+    const double bw = bytes / best;
+    state.counters["GB/s"] = bw / 1e9;
+    state.counters["triadGB/s"] = triadBw / 1e9;
+    state.counters["ratio"] = bw / triadBw;
+    const std::string label =
+        std::string(KERNEL_NAMES[kernel]) + (dataType == LIN_REAL ? " real" : " complex") +
+        (grid == LARGE_GRID ? " large" : " cached") + " t" + std::to_string(threads);
+    const long key = (grid == LARGE_GRID ? 10 : 20) + threads;
+    results()[label] = {bw, triadBw, key};
+    bestTriads()[key] = std::max(bestTriads()[key], triadBw);
+}
+
+// args: kernel (NORM or BLAS_NORM), size class (a grid size), data type, threads.
+void runNorm(benchmark::State& state)
+{
+    const auto kernel = static_cast<Kernel>(state.range(0));
+    const int grid = static_cast<int>(state.range(1));
+    const int dataType = static_cast<int>(state.range(2));
+    const int threads = static_cast<int>(state.range(3));
+    const long doubles = grid == LARGE_GRID ? LARGE_TRIAD : SMALL_TRIAD;
+    Triad& tr = triad(doubles);
+    const int n = static_cast<int>(dataType == LIN_REAL ? doubles : doubles / 2);
+    ComLinVec* x = comLinVecCreateInit(nullptr, dataType, n, {1.0, 0.5});
+    const double* v = dataType == LIN_REAL ? x->realData : x->compData;
+    omp_set_num_threads(threads);
+    double best = 1e30, bestTriad = 1e30;
+    for (auto _ : state) {
+        const double t0 = omp_get_wtime();
+        double norm;
+        if (kernel == NORM) {
+            norm = comLinVecCalcNorm2(nullptr, x);
+        } else {
+            norm = dataType == LIN_REAL ? cblas_dnrm2(n, v, 1) : cblas_dznrm2(n, v, 1);
+        }
+        const double dt = omp_get_wtime() - t0;
+        benchmark::DoNotOptimize(norm);
+        state.SetIterationTime(dt);
+        best = std::min(best, dt);
+        bestTriad = std::min(bestTriad, tr.sweep());
+    }
+    report(state, kernel, grid, dataType, threads, 8.0 * doubles, best, bestTriad, tr);
+    comLinVecDelete(nullptr, x);
+}
 
 // args: kernel, grid, data type, threads.
 void runKernel(benchmark::State& state)
@@ -191,6 +248,9 @@ void runKernel(benchmark::State& state)
             const bool first = omp_get_thread_num() == 0;
             comLinMatTriSolv(nullptr, 0, first ? a : twin, 0, first ? x : x2, first ? y : y2);
         } break;
+        case NORM:
+        case BLAS_NORM: // runNorm's
+            break;
         }
         const double dt = omp_get_wtime() - t0;
         state.SetIterationTime(dt);
@@ -200,19 +260,8 @@ void runKernel(benchmark::State& state)
         // The triad runs between the kernel calls, so that both see the same load.
         bestTriad = std::min(bestTriad, tr.sweep());
     }
-    const double triadBw = tr.bytes() / bestTriad;
-    const double bytes = (pair ? 2.0 : 1.0) * kernelBytes(a);
-    const double bw = bytes / best;
-    state.counters["GB/s"] = bw / 1e9;
-    state.counters["triadGB/s"] = triadBw / 1e9;
-    state.counters["ratio"] = bw / triadBw;
-    const char* names[] = {"product", "transposed", "lowerSolve", "upperSolve", "twoLowerSolves"};
-    const std::string label =
-        std::string(names[kernel]) + (dataType == LIN_REAL ? " real" : " complex") +
-        (grid == LARGE_GRID ? " large" : " cached") + " t" + std::to_string(threads);
-    const long key = (grid == LARGE_GRID ? 10 : 20) + threads;
-    results()[label] = {bw, triadBw, key};
-    bestTriads()[key] = std::max(bestTriads()[key], triadBw);
+    report(state, kernel, grid, dataType, threads, (pair ? 2.0 : 1.0) * kernelBytes(a), best,
+           bestTriad, tr);
     comLinMatTriSolvPlanDelete(nullptr, plan);
     comLinVecDelete(nullptr, x);
     comLinVecDelete(nullptr, y);
@@ -223,12 +272,11 @@ void runKernel(benchmark::State& state)
 
 void registerAll()
 {
-    const char* names[] = {"product", "transposed", "lowerSolve", "upperSolve"};
     for (int grid : {LARGE_GRID, SMALL_GRID}) {
         for (int dt : {LIN_REAL, LIN_COMP}) {
             for (int k = PRODUCT; k <= UPPER_SOLVE; ++k) {
                 for (int t : {1, 2}) {
-                    benchmark::RegisterBenchmark(names[k], runKernel)
+                    benchmark::RegisterBenchmark(KERNEL_NAMES[k], runKernel)
                         ->Args({k, grid, dt, t})
                         ->UseManualTime()
                         ->MinTime(grid == LARGE_GRID ? 1.0 : 0.3);
@@ -238,6 +286,14 @@ void registerAll()
                 ->Args({SOLVE_PAIR, grid, dt, 2})
                 ->UseManualTime()
                 ->MinTime(grid == LARGE_GRID ? 1.0 : 0.3);
+            for (int k : {NORM, BLAS_NORM}) {
+                for (int t : {1, 2}) {
+                    benchmark::RegisterBenchmark(KERNEL_NAMES[k], runNorm)
+                        ->Args({k, grid, dt, t})
+                        ->UseManualTime()
+                        ->MinTime(grid == LARGE_GRID ? 1.0 : 0.3);
+                }
+            }
         }
     }
 }
