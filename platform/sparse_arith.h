@@ -128,8 +128,11 @@ template <class V> inline bool outgrowsCaches(long entries, int m)
 // Prefetches the values and the column of the entry that lies the given bytes of values from
 // entry p. The address may lie beyond the arrays: a prefetch never faults, and bounding it cost
 // the scatter of the transposed product 4 % of its speed. It is formed as an integer, not as a
-// pointer outside the arrays.
-template <class V> inline void prefetchAt(const V* val, const int* col, int p, std::intptr_t bytes)
+// pointer outside the arrays. Always inlined: GCC takes a function that only prefetches for one
+// without effects and drops the calls it does not inline (the one-thread lower solves of the
+// sparse BLAS had lost every prefetch that way).
+template <class V>
+ALWAYS_INLINE inline void prefetchAt(const V* val, const int* col, int p, std::intptr_t bytes)
 {
     constexpr std::intptr_t line = 64;
     constexpr std::intptr_t valueBytesPerColumnByte = sizeof(V) / sizeof(int);
@@ -140,12 +143,12 @@ template <class V> inline void prefetchAt(const V* val, const int* col, int p, s
     __builtin_prefetch(reinterpret_cast<const void*>(c));
 }
 // Prefetches the values and column prefetchBytes<V>() of values after entry p.
-template <class V> inline void prefetchAhead(const V* val, const int* col, int p)
+template <class V> ALWAYS_INLINE inline void prefetchAhead(const V* val, const int* col, int p)
 {
     prefetchAt(val, col, p, prefetchBytes<V>());
 }
 // Prefetches the values and column prefetchBytes<V>() of values before entry p.
-template <class V> inline void prefetchBehind(const V* val, const int* col, int p)
+template <class V> ALWAYS_INLINE inline void prefetchBehind(const V* val, const int* col, int p)
 {
     prefetchAt(val, col, p, -prefetchBytes<V>());
 }
