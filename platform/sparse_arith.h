@@ -286,15 +286,36 @@ ALWAYS_INLINE inline void solveUpper(int r0, int r1, const V* val, const int* pt
         next = upperRow(i, val, ptr, col, x, y, next, i == r1 - 1);
 }
 
+// Shortest run of rows without terms that a one-thread solve takes as a run.
+constexpr int MIN_BARE_RUN = 4;
+
+// Rows [i0, i1) of a triangle, none of which has a term off the diagonal: y_i = x_i r_i, the
+// arithmetic of such a row in the substitutions; no row reads another.
+template <class V>
+ALWAYS_INLINE inline void solveBareRows(int i0, int i1, const V* x, V* y, const V* rp)
+{
+    for (int i = i0; i < i1; ++i)
+        y[i] = mul(x[i], rp[i]);
+}
+
 // Lower solve T y = x over all m rows with the reciprocals rp and the splits of lowerSplit: the
 // arithmetic of lowerRow, term for term. Prefetch says whether to prefetch the values and
-// columns (not for a triangle that stays in the cache).
-template <bool Prefetch, class V>
+// columns (not for a triangle that stays in the cache). With Runs, runs[i] counts the rows from
+// i on without terms (bareRuns), and runs of MIN_BARE_RUN or more are solved as such.
+template <bool Prefetch, bool Runs, class V>
 ALWAYS_INLINE inline void solveLowerSplit(int m, const V* val, const int* ptr, const int* col,
-                                          const V* x, V* y, const V* rp, const int* split)
+                                          const V* x, V* y, const V* rp, const int* split,
+                                          const int* runs)
 {
     V prev{};
     for (int i = 0; i < m; ++i) {
+        if (Runs && runs[i] >= MIN_BARE_RUN) {
+            const int end = i + runs[i];
+            solveBareRows(i, end, x, y, rp);
+            i = end - 1;
+            prev = y[i];
+            continue;
+        }
         const int p0 = ptr[i] - 1;
         if (Prefetch)
             prefetchAhead(val, col, p0);
@@ -312,13 +333,22 @@ ALWAYS_INLINE inline void solveLowerSplit(int m, const V* val, const int* ptr, c
 }
 
 // Upper solve T y = x over all m rows, from the last up, with the reciprocals rp and the splits
-// of upperSplit: the arithmetic of upperRow, term for term; Prefetch as in solveLowerSplit.
-template <bool Prefetch, class V>
+// of upperSplit: the arithmetic of upperRow, term for term; Prefetch and Runs as in
+// solveLowerSplit, runs[i] counting rows from i up.
+template <bool Prefetch, bool Runs, class V>
 ALWAYS_INLINE inline void solveUpperSplit(int m, const V* val, const int* ptr, const int* col,
-                                          const V* x, V* y, const V* rp, const int* split)
+                                          const V* x, V* y, const V* rp, const int* split,
+                                          const int* runs)
 {
     V next{};
     for (int i = m - 1; i >= 0; --i) {
+        if (Runs && runs[i] >= MIN_BARE_RUN) {
+            const int first = i - runs[i] + 1;
+            solveBareRows(first, i + 1, x, y, rp);
+            i = first;
+            next = y[i];
+            continue;
+        }
         const int end = ptr[i + 1] - 1;
         if (Prefetch)
             prefetchBehind(val, col, ptr[i] - 1);

@@ -17,7 +17,7 @@
 namespace {
 
 // Below this a sum of squares may have lost more than rounding to squares beneath the normal
-// range: each lost square is under 2^-1074, and 2^32 of them are 2^-180 of this.
+// range: each lost square is under 2^-1074, and 2^32 of them come to less than 2^-180 of this.
 constexpr double SMALLEST_TRUSTED_SUM = 0x1p-860;
 // Largest power of two a scaling multiplies by: 2^1074, which would bring the smallest subnormal
 // to one, is beyond the doubles.

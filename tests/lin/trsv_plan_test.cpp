@@ -325,3 +325,77 @@ TEST(TriSolvPlan, PivotsOfEveryKindGiveTheSparseBlasBits)
         }
     }
 }
+
+// Runs of rows that hold only their pivot, as in the factors of a sparse circuit matrix, solved a
+// run at a time: runs of every length from one on, at both ends of the solve and between rows
+// whose near and far terms read the runs' last rows. Also when memory is short for the runs.
+TEST(TriSolvPlan, RunsOfBareRowsGiveTheSparseBlasBits)
+{
+    const int n = 400;
+    // Bare rows in runs of 1, 2, ..., 16 rows, each run followed by one or two rows with terms:
+    // four rows in five lie in runs of four or more, as in the factors the runs are made for.
+    std::vector<bool> bare(n + 1, false);
+    for (int i = 1, len = 1; i <= n; len = len % 16 + 1) {
+        for (int k = 0; k < len && i <= n; ++k)
+            bare[i++] = true;
+        i += 1 + len % 2;
+    }
+    for (int i = 1; i <= 6; ++i) // both ends of either solve lie in runs
+        bare[i] = bare[n + 1 - i] = true;
+    for (int dataType : {LIN_REAL, LIN_COMP}) {
+        const double im = dataType == LIN_REAL ? 0.0 : 0.5;
+        std::vector<Entry> e;
+        for (int i = 1; i <= n; ++i) {
+            e.push_back({i, i, {3.0 + 0.01 * i, im}});
+            if (bare[i])
+                continue;
+            // Near and far terms, the near ones alone or the far ones alone.
+            const std::vector<int> near = {i - 1, i + 1}, far = {i - 5, i + 5, i - 17, i + 17};
+            std::vector<int> cols;
+            if (i % 3 != 2)
+                cols.insert(cols.end(), near.begin(), near.end());
+            if (i % 3 != 1)
+                cols.insert(cols.end(), far.begin(), far.end());
+            for (int c : cols) {
+                if (c >= 1 && c <= n)
+                    e.push_back({i, c, {0.3 - 0.002 * c, -im}});
+            }
+        }
+        MatPtr a(lintest::makeCoo(dataType, n, e));
+        ASSERT_EQ(comLinMatChangeType(nullptr, a.get(), MAT_CSR), 1);
+        for (int upper : {0, 1}) {
+            for (int threads : {1, 2}) {
+                SCOPED_TRACE(testing::Message() << "type " << dataType << " upper " << upper
+                                                << " threads " << threads);
+                ForcePlans force;
+                PlatformTrsvPlan* plan =
+                    platform_csrtrsv_plan(upper ? "u" : "l", a->size, a->row, a->col, threads);
+                pack(plan, a.get());
+                expectSameAsOneThread(a.get(), upper, plan);
+                platform_csrtrsv_plan_free(plan);
+            }
+            // The runs are the last allocation of a one-thread plan; without them it solves row
+            // by row.
+            for (int fail = 1; fail <= 4; ++fail) {
+                SCOPED_TRACE(testing::Message() << "allocation " << fail << " fails");
+                platformTestFailPlanAlloc(fail);
+                PlatformTrsvPlan* plan =
+                    platform_csrtrsv_plan(upper ? "u" : "l", a->size, a->row, a->col, 1);
+                platformTestFailPlanAlloc(0);
+                if (plan == nullptr)
+                    continue;
+                platformTestFailPlanAlloc(fail - 1);
+                const int packed =
+                    dataType == LIN_REAL
+                        ? platform_dcsrtrsv_plan_pack(plan, a->realData, a->row, a->col)
+                        : platform_zcsrtrsv_plan_pack(
+                              plan, reinterpret_cast<const PlatformComplex16*>(a->compData), a->row,
+                              a->col);
+                platformTestFailPlanAlloc(0);
+                EXPECT_EQ(packed, fail == 2 || fail == 3 ? 0 : 1);
+                expectSameAsOneThread(a.get(), upper, plan);
+                platform_csrtrsv_plan_free(plan);
+            }
+        }
+    }
+}
