@@ -66,9 +66,12 @@ void platform_zcsrtrsv_planned(PlatformTrsvPlan* plan, const PlatformComplex16* 
 // each row's terms lie (found once instead of by comparing columns in every solve), and with
 // several threads each thread's rows as a contiguous copy of its own, laid out in the order a
 // row takes its terms, so that each thread streams its own storage instead of interleaved
-// stretches of the matrix and compares no columns. The planned solves then read
-// these and not the values they are given, so the triangle must not change while the plan lives.
-// Returns 0 when memory is short; the plan then reads the values of each call as before.
+// stretches of the matrix and compares no columns. Where three rows in four lie in runs of rows
+// that hold only their pivot, it also notes the runs, which a one-thread solve then takes as one
+// vector product each. The planned solves then read these and not the values they are given,
+// so the triangle must not change while the plan lives. Returns 0 when memory is short; the
+// plan then reads the values of each call as before (memory short for the runs alone only
+// leaves them out).
 int platform_dcsrtrsv_plan_pack(PlatformTrsvPlan* plan, const double* a, const int* ia,
                                 const int* ja);
 int platform_zcsrtrsv_plan_pack(PlatformTrsvPlan* plan, const PlatformComplex16* a, const int* ia,

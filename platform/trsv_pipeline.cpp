@@ -722,11 +722,14 @@ constexpr double MIN_BARE_SHARE = 0.75;
 void bareRuns(PlatformTrsvPlan* plan, const int* ia)
 {
     const int m = plan->m;
+    auto bare = [&](int i) {
+        const RowTerms t = termsOf(plan, i, ia);
+        return t.first == t.stop && t.near < 0;
+    };
     long inRuns = 0;
     int run = 0;
     for (int s = 0; s < m; ++s) { // the runs in step order, counted as they end
-        const RowTerms t = termsOf(plan, plan->upper ? m - 1 - s : s, ia);
-        run = t.first == t.stop && t.near < 0 ? run + 1 : 0;
+        run = bare(plan->upper ? m - 1 - s : s) ? run + 1 : 0;
         inRuns += run == MIN_BARE_RUN ? MIN_BARE_RUN : run > MIN_BARE_RUN ? 1 : 0;
     }
     if (inRuns < MIN_BARE_SHARE * m)
@@ -737,8 +740,7 @@ void bareRuns(PlatformTrsvPlan* plan, const int* ia)
     run = 0;
     for (int s = m - 1; s >= 0; --s) { // from the last step back, each row counts what follows
         const int i = plan->upper ? m - 1 - s : s;
-        const RowTerms t = termsOf(plan, i, ia);
-        run = t.first == t.stop && t.near < 0 ? run + 1 : 0;
+        run = bare(i) ? run + 1 : 0;
         plan->runs[i] = run;
     }
 }

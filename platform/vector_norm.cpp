@@ -116,5 +116,5 @@ double platform_dnrm2(int n, const double* x)
 
 double platform_dznrm2(int n, const PlatformComplex16* x)
 {
-    return norm(&x->real, 2L * n);
+    return norm(reinterpret_cast<const double*>(x), 2L * n); // null when n is 0
 }
