@@ -45,12 +45,15 @@ class OneThread {
 };
 
 // Calls call(t, begin, count) on the stretches of x (see linVecStretches) and returns their
-// number; a vector worked on in one stretch is worked on by this thread alone.
-template <class Call> int onStretches(const ComLinVec* x, Call call)
+// number; a vector worked on in one stretch is worked on by this thread alone, with the OpenMP
+// thread count held at one around the call when it is a BLAS call.
+template <bool CallsBlas = true, class Call> int onStretches(const ComLinVec* x, Call call)
 {
     const int nt = linVecThreads(x);
     if (nt > 1)
         return linVecStretches(x, nt > MAX_STRETCHES ? MAX_STRETCHES : nt, call);
+    if (!CallsBlas)
+        return linVecStretches(x, 1, call);
     const OneThread alone;
     return linVecStretches(x, 1, call);
 }
@@ -156,7 +159,7 @@ double comLinVecCalcNorm2(KwilHandle*, const ComLinVec* x)
 {
     const bool real = x->dataType == LIN_REAL;
     double part[MAX_STRETCHES];
-    const int parts = onStretches(x, [&](int t, long begin, int count) {
+    const int parts = onStretches<false>(x, [&](int t, long begin, int count) { // no BLAS
         part[t] = real ? platform_dnrm2(count, linVecAt(x, begin))
                        : platform_dznrm2(
                              count, reinterpret_cast<const PlatformComplex16*>(linVecAt(x, begin)));
