@@ -112,30 +112,28 @@ inline Z rowDot(const Z* val, const int* col, const Z* x, int begin, int end)
 
 // y[r0..r1) := alpha A x + beta y over those rows; beta 0 does not read y. Prefetch says
 // whether to prefetch the values and columns. Each row's start is the last row's end, carried
-// in a register, and beta 0 has a loop of its own: with a load of the row pointer and a test
-// of beta per row, the one-thread real product of a 5-point operator in the last-level cache
-// ran at 27.9 GB/s instead of 33.3.
+// in a register, and the row loop is built once for beta 0 and once for the rest, so that no
+// row tests beta: the one-thread real product of a 5-point operator in the last-level cache ran
+// at 27.9 GB/s with a load of the row pointer and a test of beta per row, at 31.0 with the test
+// alone, and runs at 33.3 now.
 template <bool Prefetch, class V>
 ALWAYS_INLINE inline void productRows(int r0, int r1, V alpha, const V* val, const int* col,
                                       const int* ptr, const V* x, V beta, V* y)
 {
-    int begin = ptr[r0] - 1;
-    if (isZero(beta)) {
+    auto rows = [&](auto put) {
+        int begin = ptr[r0] - 1;
         for (int i = r0; i < r1; ++i) {
             const int end = ptr[i + 1] - 1;
             if (Prefetch)
                 prefetchAhead(val, col, begin);
-            y[i] = mul(alpha, rowDot(val, col, x, begin, end));
+            put(i, rowDot(val, col, x, begin, end));
             begin = end;
         }
-        return;
-    }
-    for (int i = r0; i < r1; ++i) {
-        const int end = ptr[i + 1] - 1;
-        if (Prefetch)
-            prefetchAhead(val, col, begin);
-        y[i] = add(mul(alpha, rowDot(val, col, x, begin, end)), mul(beta, y[i]));
-        begin = end;
+    };
+    if (isZero(beta)) {
+        rows([&](int i, V s) { y[i] = mul(alpha, s); });
+    } else {
+        rows([&](int i, V s) { y[i] = add(mul(alpha, s), mul(beta, y[i])); });
     }
 }
 
