@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/common/triad.h"
 #include "common/own.h"
 #include "iter/control.h"
 #include "precond/precond.h"
@@ -155,25 +156,14 @@ double trueRelResidual(const ComLinMat* a, const ComLinVec* b, const ComLinVec* 
     return std::sqrt(rr / bb);
 }
 
-// Triad a = b + s c over three arrays of n doubles; best of five, bytes counted as 24 n.
+// Triad bandwidth over three arrays of n doubles in GB/s: the best of five sweeps.
 double triadGBs(long n)
 {
-    std::vector<double> a(n), b(n, 1.0), c(n, 2.0);
-#pragma omp parallel for
-    for (long i = 0; i < n; ++i)
-        a[i] = 0.0;
+    bench::Triad triad(n);
     double best = 1e30;
-    for (int rep = 0; rep < 5; ++rep) {
-        const double t0 = now();
-        const double s = 1.0 + rep * 1e-3;
-#pragma omp parallel for
-        for (long i = 0; i < n; ++i)
-            a[i] = b[i] + s * c[i];
-        best = std::min(best, now() - t0);
-    }
-    volatile double sink = a[n / 2];
-    (void)sink;
-    return 24.0 * n / best / 1e9;
+    for (int rep = 0; rep < 5; ++rep)
+        best = std::min(best, triad.sweep(1.0 + rep * 1e-3));
+    return triad.bytes() / best / 1e9;
 }
 
 // Bytes one step must move (products, triangular solves, vector updates, dots and norms),

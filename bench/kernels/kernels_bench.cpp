@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/common/triad.h"
 #include "lin/lin.h"
 
 namespace {
@@ -98,36 +99,13 @@ double kernelBytes(const ComLinMat* a)
 }
 
 // Triad arrays of one size class, made once.
-struct Triad {
-    std::vector<double> a, b, c;
-    explicit Triad(long n) : a(n, 0.0), b(n, 1.0), c(n, 2.0) {}
-    // One sweep a = b + 3 c on the current thread count; returns its time in seconds.
-    double sweep()
-    {
-        const long n = static_cast<long>(a.size());
-        double* pa = a.data();
-        const double* pb = b.data();
-        const double* pc = c.data();
-        const double t0 = omp_get_wtime();
-#pragma omp parallel for schedule(static)
-        for (long i = 0; i < n; ++i)
-            pa[i] = pb[i] + 3.0 * pc[i];
-        benchmark::DoNotOptimize(pa);
-        return omp_get_wtime() - t0;
-    }
-    double bytes() const
-    {
-        return 24.0 * static_cast<double>(a.size());
-    }
-};
-
-Triad& triad(long n)
+bench::Triad& triad(long n)
 {
-    static std::map<long, Triad*> cache;
+    static std::map<long, bench::Triad*> cache;
     auto it = cache.find(n);
     if (it != cache.end())
         return *it->second;
-    return *(cache[n] = new Triad(n));
+    return *(cache[n] = new bench::Triad(n));
 }
 
 struct Result {
@@ -159,7 +137,7 @@ const char* const KERNEL_NAMES[] = {"product",        "transposed", "lowerSolve"
 
 // Notes a kernel's best call of a run against the best triad interleaved with its calls.
 void report(benchmark::State& state, Kernel kernel, int grid, int dataType, int threads,
-            double bytes, double best, double bestTriad, const Triad& tr)
+            double bytes, double best, double bestTriad, const bench::Triad& tr)
 {
     const double triadBw = tr.bytes() / bestTriad;
     const double bw = bytes / best;
@@ -182,7 +160,7 @@ void runNorm(benchmark::State& state)
     const int dataType = static_cast<int>(state.range(2));
     const int threads = static_cast<int>(state.range(3));
     const long doubles = grid == LARGE_GRID ? LARGE_TRIAD : SMALL_TRIAD;
-    Triad& tr = triad(doubles);
+    bench::Triad& tr = triad(doubles);
     const int n = static_cast<int>(dataType == LIN_REAL ? doubles : doubles / 2);
     ComLinVec* x = comLinVecCreateInit(nullptr, dataType, n, {1.0, 0.5});
     const double* v = dataType == LIN_REAL ? x->realData : x->compData;
@@ -220,7 +198,7 @@ void runKernel(benchmark::State& state)
     // The second solve of a pair: its own triangle and vectors.
     const bool pair = kernel == SOLVE_PAIR;
     ComLinMat* twin = pair ? convectionDiffusion(grid, dataType, 1) : nullptr;
-    Triad& tr = triad(grid == LARGE_GRID ? LARGE_TRIAD : SMALL_TRIAD);
+    bench::Triad& tr = triad(grid == LARGE_GRID ? LARGE_TRIAD : SMALL_TRIAD);
     ComLinVec* x = comLinVecCreateInit(nullptr, dataType, a->size, {1.0, 0.5});
     ComLinVec* y = comLinVecCreateInit(nullptr, dataType, a->size, {0.0, 0.0});
     ComLinVec* x2 = pair ? comLinVecCreateInit(nullptr, dataType, a->size, {1.0, 0.5}) : nullptr;
