@@ -125,22 +125,26 @@ template <class V> inline bool outgrowsCaches(long entries, int m)
     return bytesMoved<V>(entries, m) >= LAST_LEVEL_BYTES;
 }
 
+// Where a prefetch leaves its lines: in the first-level cache, or in the second only.
+enum class PrefetchTo { FIRST_LEVEL = 3, SECOND_LEVEL = 2 };
+
 // Prefetches the values and the column of the entry that lies the given bytes of values from
 // entry p. The address may lie beyond the arrays: a prefetch never faults, and bounding it cost
 // the scatter of the transposed product 4 % of its speed. It is formed as an integer, not as a
 // pointer outside the arrays. Always inlined: GCC takes a function that only prefetches for one
 // without effects and drops the calls it does not inline (the one-thread lower solves of the
 // sparse BLAS had lost every prefetch that way).
-template <class V>
+template <PrefetchTo To = PrefetchTo::FIRST_LEVEL, class V>
 ALWAYS_INLINE inline void prefetchAt(const V* val, const int* col, int p, std::intptr_t bytes)
 {
     constexpr std::intptr_t line = 64;
     constexpr std::intptr_t valueBytesPerColumnByte = sizeof(V) / sizeof(int);
+    constexpr int locality = static_cast<int>(To);
     const auto v = reinterpret_cast<std::intptr_t>(val + p) + bytes;
     const auto c = reinterpret_cast<std::intptr_t>(col + p) + bytes / valueBytesPerColumnByte;
     for (int k = 0; k < prefetchLines<V>(); ++k)
-        __builtin_prefetch(reinterpret_cast<const void*>(v + k * line));
-    __builtin_prefetch(reinterpret_cast<const void*>(c));
+        __builtin_prefetch(reinterpret_cast<const void*>(v + k * line), 0, locality);
+    __builtin_prefetch(reinterpret_cast<const void*>(c), 0, locality);
 }
 // Prefetches the values and column prefetchBytes<V>() of values after entry p.
 template <class V> ALWAYS_INLINE inline void prefetchAhead(const V* val, const int* col, int p)

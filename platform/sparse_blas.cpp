@@ -110,13 +110,23 @@ inline Z rowDot(const Z* val, const int* col, const Z* x, int begin, int end)
     return Z{byRe[0] - byIm[1], byRe[1] + byIm[0]};
 }
 
-// y[r0..r1) := alpha A x + beta y over those rows; beta 0 does not read y. Prefetch says
-// whether to prefetch the values and columns. Each row's start is the last row's end, carried
-// in a register, and the row loop is built once for beta 0 and once for the rest, so that no
-// row tests beta: the one-thread real product of a 5-point operator in the last-level cache ran
-// at 27.9 GB/s with a load of the row pointer and a test of beta per row, at 31.0 with the test
-// alone, and runs at 33.3 now.
-template <bool Prefetch, class V>
+// How the product prefetches its values and columns: not at all when a thread's rows fit in its
+// core's own cache (Pd's whole one-thread solve took 4 % less without); from the last-level cache
+// into the first, as the solves do; from memory into the second level only, further ahead.
+enum class RowPrefetch { NONE, NEAR, FAR };
+// How far ahead FAR runs, in bytes of values. On one thread and 6 M entries the real product drew
+// 24 GB/s with NEAR (4 KiB ahead) and 28.5 with FAR, the complex one 23.5 and 25.5; a scratch
+// loop ran alike from 6 to 24 KiB ahead. On matrices that stay in the last-level cache FAR lost
+// (BiCGStab's step on 3-D 40^3 took 3 % longer), and the solves and the transposed product
+// gained nothing from it (their complex forms lost up to 15 %).
+constexpr int FAR_PREFETCH_BYTES = 8192;
+
+// y[r0..r1) := alpha A x + beta y over those rows; beta 0 does not read y. Each row's start is
+// the last row's end, carried in a register, and the row loop is built once for beta 0 and once
+// for the rest, so that no row tests beta: the one-thread real product of a 5-point operator in
+// the last-level cache ran at 27.9 GB/s with a load of the row pointer and a test of beta per
+// row, at 31.0 with the test alone, and runs at 33.3 now.
+template <RowPrefetch Prefetch, class V>
 ALWAYS_INLINE inline void productRows(int r0, int r1, V alpha, const V* val, const int* col,
                                       const int* ptr, const V* x, V beta, V* y)
 {
@@ -124,8 +134,10 @@ ALWAYS_INLINE inline void productRows(int r0, int r1, V alpha, const V* val, con
         int begin = ptr[r0] - 1;
         for (int i = r0; i < r1; ++i) {
             const int end = ptr[i + 1] - 1;
-            if (Prefetch)
+            if (Prefetch == RowPrefetch::NEAR)
                 prefetchAhead(val, col, begin);
+            if (Prefetch == RowPrefetch::FAR)
+                prefetchAt<PrefetchTo::SECOND_LEVEL>(val, col, begin, FAR_PREFETCH_BYTES);
             put(i, rowDot(val, col, x, begin, end));
             begin = end;
         }
@@ -138,44 +150,49 @@ ALWAYS_INLINE inline void productRows(int r0, int r1, V alpha, const V* val, con
 }
 
 // The row loops built for the processor at hand: the AVX2 versions use the same operations in
-// the same order (no fused multiply-add), so every processor gets the same bits.
-// The rows prefetched unless they fit in a core's own cache (Pd's whole one-thread solve took
-// 4 % less without the prefetch).
+// the same order (no fused multiply-add), so every processor gets the same bits. fromMemory says
+// whether the whole matrix outgrows the last-level cache.
 template <class V>
-ALWAYS_INLINE inline void productRowsEither(int r0, int r1, V alpha, const V* val, const int* col,
-                                            const int* ptr, const V* x, V beta, V* y)
+ALWAYS_INLINE inline void productRowsEither(bool fromMemory, int r0, int r1, V alpha, const V* val,
+                                            const int* col, const int* ptr, const V* x, V beta,
+                                            V* y)
 {
-    if (worthPrefetching<V>(static_cast<long>(ptr[r1]) - ptr[r0])) {
-        productRows<true>(r0, r1, alpha, val, col, ptr, x, beta, y);
+    if (fromMemory) {
+        productRows<RowPrefetch::FAR>(r0, r1, alpha, val, col, ptr, x, beta, y);
+    } else if (worthPrefetching<V>(static_cast<long>(ptr[r1]) - ptr[r0])) {
+        productRows<RowPrefetch::NEAR>(r0, r1, alpha, val, col, ptr, x, beta, y);
     } else {
-        productRows<false>(r0, r1, alpha, val, col, ptr, x, beta, y);
+        productRows<RowPrefetch::NONE>(r0, r1, alpha, val, col, ptr, x, beta, y);
     }
 }
-TARGET_CLONES void productRowsOf(int r0, int r1, double alpha, const double* val, const int* col,
-                                 const int* ptr, const double* x, double beta, double* y)
+TARGET_CLONES void productRowsOf(bool fromMemory, int r0, int r1, double alpha, const double* val,
+                                 const int* col, const int* ptr, const double* x, double beta,
+                                 double* y)
 {
-    productRowsEither(r0, r1, alpha, val, col, ptr, x, beta, y);
+    productRowsEither(fromMemory, r0, r1, alpha, val, col, ptr, x, beta, y);
 }
-TARGET_CLONES void productRowsOf(int r0, int r1, Z alpha, const Z* val, const int* col,
-                                 const int* ptr, const Z* x, Z beta, Z* y)
+TARGET_CLONES void productRowsOf(bool fromMemory, int r0, int r1, Z alpha, const Z* val,
+                                 const int* col, const int* ptr, const Z* x, Z beta, Z* y)
 {
-    productRowsEither(r0, r1, alpha, val, col, ptr, x, beta, y);
+    productRowsEither(fromMemory, r0, r1, alpha, val, col, ptr, x, beta, y);
 }
 
 template <class V>
 void product(int m, V alpha, const V* val, const int* col, const int* ptr, const V* x, V beta, V* y)
 {
-    const int nt = productThreads(m, static_cast<long>(ptr[m]) - ptr[0]);
+    const long nnz = static_cast<long>(ptr[m]) - ptr[0];
+    const int nt = productThreads(m, nnz);
+    const bool fromMemory = outgrowsCaches<V>(nnz, m);
     if (nt == 1) {
-        productRowsOf(0, m, alpha, val, col, ptr, x, beta, y);
+        productRowsOf(fromMemory, 0, m, alpha, val, col, ptr, x, beta, y);
         return;
     }
 #pragma omp parallel num_threads(nt)
     {
         const int t = omp_get_thread_num();
         const int n = omp_get_num_threads();
-        productRowsOf(blockStart(ptr, m, t, n), blockStart(ptr, m, t + 1, n), alpha, val, col, ptr,
-                      x, beta, y);
+        productRowsOf(fromMemory, blockStart(ptr, m, t, n), blockStart(ptr, m, t + 1, n), alpha,
+                      val, col, ptr, x, beta, y);
     }
 }
 

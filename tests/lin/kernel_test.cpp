@@ -188,8 +188,10 @@ TEST_P(Kernels, ProductMatchesTheReferenceLoop)
 {
     const Case c = GetParam();
     Threads threads(c.threads);
-    // A small matrix and one large enough to be split among threads.
-    for (int n : {45, 4001}) {
+    // A small matrix, one large enough to be split among threads, and one whose values and
+    // columns (19 MB real) outgrow the last-level cache, which the product prefetches from
+    // further ahead.
+    for (int n : {45, 4001, 80000}) {
         MatPtr a(lintest::randomCsr(c.dataType, n, 100 + n, cyclicLength, false));
         VecPtr x(lintest::randomVec(c.dataType, n, 7));
         VecPtr y0(lintest::randomVec(c.dataType, n, 8));
