@@ -116,9 +116,9 @@ inline Z rowDot(const Z* val, const int* col, const Z* x, int begin, int end)
 enum class RowPrefetch { NONE, NEAR, FAR };
 // How far ahead FAR runs, in bytes of values. On one thread and 6 M entries the real product drew
 // 24 GB/s with NEAR (4 KiB ahead) and 28.5 with FAR, the complex one 23.5 and 25.5; a scratch
-// loop ran alike from 6 to 24 KiB ahead. On matrices that stay in the last-level cache FAR lost
-// (BiCGStab's step on 3-D 40^3 took 3 % longer), and the solves and the transposed product
-// gained nothing from it (their complex forms lost up to 15 %).
+// loop ran alike from 6 to 24 KiB ahead. On matrices that stay in the last-level cache FAR gained
+// nothing (the complex product lost 3 %), and neither did the solves or the transposed product
+// (their complex forms lost up to 15 %).
 constexpr int FAR_PREFETCH_BYTES = 8192;
 
 // y[r0..r1) := alpha A x + beta y over those rows; beta 0 does not read y. Each row's start is
