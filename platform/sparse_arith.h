@@ -128,23 +128,29 @@ template <class V> inline bool outgrowsCaches(long entries, int m)
 // Where a prefetch leaves its lines: in the first-level cache, or in the second only.
 enum class PrefetchTo { FIRST_LEVEL = 3, SECOND_LEVEL = 2 };
 
+// Prefetches the line that lies the given bytes from a (before it when negative). The address
+// may lie beyond the array: a prefetch never faults, and bounding it cost the scatter of the
+// transposed product 4 % of its speed. It is formed as an integer, not as a pointer outside the
+// array. Always inlined: GCC takes a function that only prefetches for one without effects and
+// drops the calls it does not inline (the one-thread lower solves of the sparse BLAS had lost
+// every prefetch that way).
+template <PrefetchTo To = PrefetchTo::FIRST_LEVEL>
+ALWAYS_INLINE inline void prefetchFrom(const void* a, std::intptr_t bytes)
+{
+    const auto at = reinterpret_cast<std::intptr_t>(a) + bytes;
+    __builtin_prefetch(reinterpret_cast<const void*>(at), 0, static_cast<int>(To));
+}
+
 // Prefetches the values and the column of the entry that lies the given bytes of values from
-// entry p. The address may lie beyond the arrays: a prefetch never faults, and bounding it cost
-// the scatter of the transposed product 4 % of its speed. It is formed as an integer, not as a
-// pointer outside the arrays. Always inlined: GCC takes a function that only prefetches for one
-// without effects and drops the calls it does not inline (the one-thread lower solves of the
-// sparse BLAS had lost every prefetch that way).
+// entry p.
 template <PrefetchTo To = PrefetchTo::FIRST_LEVEL, class V>
 ALWAYS_INLINE inline void prefetchAt(const V* val, const int* col, int p, std::intptr_t bytes)
 {
     constexpr std::intptr_t line = 64;
     constexpr std::intptr_t valueBytesPerColumnByte = sizeof(V) / sizeof(int);
-    constexpr int locality = static_cast<int>(To);
-    const auto v = reinterpret_cast<std::intptr_t>(val + p) + bytes;
-    const auto c = reinterpret_cast<std::intptr_t>(col + p) + bytes / valueBytesPerColumnByte;
     for (int k = 0; k < prefetchLines<V>(); ++k)
-        __builtin_prefetch(reinterpret_cast<const void*>(v + k * line), 0, locality);
-    __builtin_prefetch(reinterpret_cast<const void*>(c), 0, locality);
+        prefetchFrom<To>(val + p, bytes + k * line);
+    prefetchFrom<To>(col + p, bytes / valueBytesPerColumnByte);
 }
 // Prefetches the values and column prefetchBytes<V>() of values after entry p.
 template <class V> ALWAYS_INLINE inline void prefetchAhead(const V* val, const int* col, int p)

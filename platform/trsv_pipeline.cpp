@@ -370,11 +370,9 @@ constexpr int STOP_PREFETCH_BYTES = 1024;
 template <bool Upper, class V>
 ALWAYS_INLINE inline void prefetchSteps(const PackedRows& r, const V* pivots, int j)
 {
-    constexpr std::intptr_t ahead = Upper ? -1 : 1;
-    const auto p = reinterpret_cast<std::intptr_t>(pivots + 2 * j) + ahead * PIVOT_PREFETCH_BYTES;
-    const auto q = reinterpret_cast<std::intptr_t>(r.stops + j) + ahead * STOP_PREFETCH_BYTES;
-    __builtin_prefetch(reinterpret_cast<const void*>(p));
-    __builtin_prefetch(reinterpret_cast<const void*>(q));
+    constexpr int ahead = Upper ? -1 : 1;
+    prefetchFrom(pivots + 2 * j, ahead * PIVOT_PREFETCH_BYTES);
+    prefetchFrom(r.stops + j, ahead * STOP_PREFETCH_BYTES);
 }
 
 // Steps [s, e) from a thread's copy r (PackedRows), s being the thread's j-th step: the arithmetic
